@@ -1,0 +1,163 @@
+#ifndef QESSERVICEDATALIB_DATA_BASE_OBJECT_H
+#define QESSERVICEDATALIB_DATA_BASE_OBJECT_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <Poco/Dynamic/Var.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/UUID.h>
+
+#include "Util/RecursiveRWLock.h"
+
+namespace Kivo::Data::Base {
+
+class PropertyBase;
+
+// The key of a property within its object; never empty.
+typedef std::string PropertyKey;
+
+// Registry of an object: key to property, in byte-wise key order. The pointers do not own;
+// a null pointer marks a key that is known but has no property at the moment.
+typedef std::map<PropertyKey, PropertyBase*> PropertyReferenceMap;
+
+// What a property event reports: its source, what happened, and for value changes the value
+// before the change in generic form (empty otherwise).
+struct PropertyEventPayload {
+    enum Event {
+        PROPERTY_VALUE_CHANGED = 0,
+        PROPERTY_OWNER_CHANGED = 1,
+        PROPERTY_DESTROYED = 2,
+    };
+
+    PropertyEventPayload(PropertyBase* source, Event event)
+        : m_source(source), m_event(event) {}
+    PropertyEventPayload(PropertyBase* source, Event event, const Poco::Dynamic::Var& previous)
+        : m_source(source), m_event(event), m_previousValue(previous) {}
+
+    PropertyBase* getSourceProperty() const { return m_source; }
+    Event getEvent() const { return m_event; }
+    const Poco::Dynamic::Var& getPreviousValue() const { return m_previousValue; }
+
+    // Not owned.
+    PropertyBase* m_source;
+    Event m_event;
+    Poco::Dynamic::Var m_previousValue;
+};
+
+// The common base of every data-model object: a registry of named properties that live
+// elsewhere (members of the subclass, or optional properties), one recursive read/write lock
+// guarding the registry and every registered property's value, and the object's JSON form.
+//
+// The object never owns its properties. It subscribes to each registered property's Updated
+// and Destroyed events, which run synchronously on the thread that raises them, and turns
+// the entry of a property that is destroyed or moved to another owner into a known-but-absent
+// key. Objects of one tree share one lock object (adoptPropertyLock); readers take its read
+// side, writers its write side, and handlers re-enter it on the same thread.
+//
+// Not copyable except through the (other, lock) constructor; subclasses register their own
+// properties. Every registry operation throws Poco::NullPointerException if the lock pointer
+// is null.
+class Object {
+public:
+    // Name, dotted identifier (the prefix of log lines) and slash path of a type's parent
+    // chain (always ending in "/"). A type "Media" under a root type "Service" has the
+    // identifier "Service.Media" and the path "/Service/".
+    struct Type {
+        explicit Type(const std::string& typeName);
+        Type(const std::string& typeName, const Object& parent);
+        Type(const std::string& typeName, const Type& parentType);
+        Type(const Type&) = default;
+        Type& operator=(const Type&) = default;
+
+        std::string name;
+        std::string identifier;
+        std::string path;
+    };
+
+    // Throws Poco::NullPointerException("Every Object requires a RWLock!") for a null lock.
+    Object(const Type& type, const Kivo::RecursiveRWLockPtr& lock);
+    // Copies only `other`'s type: the registry starts empty and the lock is `lock`.
+    Object(const Object& other, const Kivo::RecursiveRWLockPtr& lock);
+    // Copies neither registry entries nor the lock; subclasses assign their own values.
+    Object& operator=(const Object& other);
+    // Detaches every registered property (unregisterAllProperties).
+    virtual ~Object();
+
+    virtual Poco::UUID getIdentification() const = 0;
+    // The property under `key`, or null. An unknown key logs a warning, a known key without
+    // property a trace line.
+    virtual PropertyBase* getProperty(const PropertyKey& key) const;
+    // A new JSON object with one member per present property, in key order, each set to the
+    // property's toJSON(depth). Known-but-absent keys are left out.
+    virtual Poco::JSON::Object::Ptr toJSON(int depth) const;
+
+    const Type& getType() const { return m_type; }
+    // True when `key` has a property now.
+    bool hasProperty(const PropertyKey& key) const;
+    // True when `key` is registered at all, with or without property.
+    bool knowsProperty(const PropertyKey& key) const;
+    // Keys of the present properties, ascending.
+    std::vector<PropertyKey> getPropertyKeys() const;
+    // The present properties, in key order.
+    std::vector<PropertyBase*> getProperties() const;
+
+    // Registers `property` under `key` and makes this object its parent. A null property
+    // makes the key known but absent. Returns false, changing nothing, if the key already has
+    // a property (the first registration wins); a known-but-absent key is filled. The
+    // property's previous owner receives its owner-changed event; this object subscribes only
+    // afterwards, so it never sees the event of its own registration.
+    bool registerProperty(const PropertyKey& key, PropertyBase* property);
+
+    // Makes this object share `other`'s lock (and so do all its properties). Takes the old
+    // lock's write side while switching.
+    void adoptPropertyLock(const Object& other) const;
+    // Gives this object a new lock of its own, e.g. when it leaves a parent whose lock it
+    // shared.
+    void resetPropertyLock() const;
+    // The lock, shared.
+    Kivo::RecursiveRWLockPtr getLock() const { return m_propertyLock; }
+
+protected:
+    // Whether a client may write the property under `key`; PropertyBase::isModifiable asks.
+    virtual bool checkWriteAccess(const PropertyKey& key) const = 0;
+    // Called for every Updated event (value and owner changes) of a registered property,
+    // on the raising thread, before the registry reacts.
+    virtual void onPropertyUpdate(const PropertyEventPayload&) {}
+    // Called when a registered property is destroyed, before its entry is cleared.
+    virtual void onPropertyDestroyed(const PropertyEventPayload&) {}
+    // Called under the write lock once a key has been stored, before the property is
+    // attached.
+    virtual void onRegisterProperty(const PropertyKey&, PropertyBase*) {}
+    // Called under the write lock for each present property that unregisterAllProperties
+    // detaches.
+    virtual void onUnregisterProperty(const PropertyKey&, PropertyBase*) {}
+    // Handler of a registered property's Destroyed event: runs the hook, then turns the
+    // entry into a known-but-absent key and unsubscribes.
+    virtual void onPropertyDestroyedPriv(const void* sender, PropertyEventPayload& payload);
+
+    // Handler of a registered property's Updated event: runs the hook, then forgets the
+    // property if it has moved to another owner.
+    void onPropertyUpdatePriv(const void* sender, PropertyEventPayload& payload);
+    void registerPropertyEvents(PropertyBase* property);
+    void unregisterPropertyEvents(PropertyBase* property);
+    // Detaches every present property (hook, then setParent(nullptr)) and empties the
+    // registry, known-but-absent keys included.
+    void unregisterAllProperties();
+
+    // The lock after a null check; throws Poco::NullPointerException for a null lock.
+    Util::RecursiveRWLock& lockRef() const;
+
+private:
+    friend class PropertyBase;
+
+    PropertyReferenceMap m_ownProperties;  // guarded by *m_propertyLock
+    // Mutable because adopting or resetting the lock does not change the object's value.
+    mutable Kivo::RecursiveRWLockPtr m_propertyLock;
+    Type m_type;
+};
+
+}  // namespace Kivo::Data::Base
+
+#endif  // QESSERVICEDATALIB_DATA_BASE_OBJECT_H

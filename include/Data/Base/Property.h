@@ -1,0 +1,147 @@
+#ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTY_H
+#define QESSERVICEDATALIB_DATA_BASE_PROPERTY_H
+
+#include <string>
+
+#include <Poco/BasicEvent.h>
+
+#include "Data/Base/PropertyBase.h"
+#include "Data/Base/PropertyNumber.h"
+#include "Data/Base/PropertyValue.h"
+
+namespace Kivo::Data::Base {
+
+template <class V>
+class Property;
+
+// The typed value-changed event of a Property<V>. It is raised before the generic Updated
+// event, on the writing thread, while the owner's write lock is held.
+template <class V>
+class IPropertyValueChangedEventSource {
+public:
+    typedef V property_value;
+
+    // The generic previous value stays empty here: the typed old value is in `oldValue`.
+    struct ValueChangedEventPayload : public PropertyEventPayload {
+        ValueChangedEventPayload(Property<V>* source, const V& previous)
+            : PropertyEventPayload(source, PROPERTY_VALUE_CHANGED),
+              concreteSource(source),
+              oldValue(previous) {}
+
+        Property<V>* concreteSource;  // not owned
+        V oldValue;
+    };
+
+    virtual ~IPropertyValueChangedEventSource() = default;
+
+    Poco::BasicEvent<ValueChangedEventPayload> ValueChanged;
+};
+
+// A property holding one value object of class V (by value).
+//
+// Every write follows one sequence: if the owner denies writing (isModifiable), return false
+// with nothing locked; take the owner's write lock; keep a copy of the old value; let the
+// value object accept or refuse the new value; if it accepted, raise ValueChanged and then
+// Updated, still under the lock; release and return the value object's answer. Storing an
+// equal value counts as a change when the value object accepts it.
+//
+// Reads through getValue()/getPropertyValue() take no lock: hold the owner's read lock (see
+// PropertyLockGuard) where other threads may write.
+template <class V>
+class Property : public PropertyBase, public IPropertyValueChangedEventSource<V> {
+public:
+    typedef V property_value;
+    typedef typename V::value_type value_type;
+    typedef typename IPropertyValueChangedEventSource<V>::ValueChangedEventPayload
+        ValueChangedEventPayload;
+
+    // Neither constructor registers at `parent`; the owner registers the property itself.
+    Property(const PropertyKey& key, Object* parent, const V& value)
+        : PropertyBase(key, parent), m_value(value) {}
+    Property(const PropertyKey& key, const V& value, Object* parent = nullptr)
+        : PropertyBase(key, parent), m_value(value) {}
+    // Copies key and value; the copy has no parent.
+    Property(const Property& other) : PropertyBase(other.getKey(), nullptr), m_value(other.m_value) {}
+    // Copies key and value under `parent` (not registered there).
+    Property(const Property& other, Object* parent)
+        : PropertyBase(other.getKey(), parent), m_value(other.m_value) {}
+    // Assigns the other property's value object through the change sequence.
+    Property& operator=(const Property& other) {
+        if (this != &other) setPropertyValue(other.getPropertyValue());
+        return *this;
+    }
+    // Raises Destroyed while the value still exists.
+    ~Property() override { notifyDestroyed(); }
+
+    const PropertyValueBase& getPropertyValueBase() const override { return m_value; }
+    // False: a plain value has no empty state. Array properties override it.
+    bool clear() override { return false; }
+    bool setValueFromString(const std::string& text) override {
+        return applyChange([&text](V& value) { return value.setValueFromString(text); });
+    }
+    bool isArray() const override { return m_value.isArray(); }
+    bool isReference() const override { return m_value.isReference(); }
+    bool matches(const Poco::RegularExpression& re) const override {
+        return re.match(m_value.toString(), 0);
+    }
+    PropertyIndexBasePtr createIndex() const override { return PropertyIndexBasePtr(); }
+    Poco::Dynamic::Var toJSON(int depth) const override {
+        PropertyLockGuard guard(*this, false);
+        return m_value.toJSON(depth);
+    }
+
+    const V& getPropertyValue() const { return m_value; }
+    operator const V&() const { return m_value; }
+    const value_type& getValue() const { return m_value.getValue(); }
+    operator const value_type&() const { return m_value.getValue(); }
+
+    // Stores `value` through the value object's setValue (its checks and adjustments apply).
+    bool setValue(const value_type& value) {
+        return applyChange([&value](V& current) { return current.setValue(value); });
+    }
+    // Stores the plain value of `value`, checked by this property's own value object.
+    bool setValue(const V& value) { return setValue(value.getValue()); }
+    // Replaces the whole value object, its constraints and format included; always accepted
+    // when the owner allows writing.
+    bool setPropertyValue(const V& value) {
+        return applyChange([&value](V& current) {
+            current = value;
+            return true;
+        });
+    }
+
+    // Raises ValueChanged (typed old value) and then Updated (old value in generic form).
+    // REQUIRES: the caller holds the owner's write lock, if there is an owner.
+    void notifyValueChanged(const V& oldValue) {
+        ValueChangedEventPayload typed(this, oldValue);
+        this->ValueChanged.notify(this, typed);
+        PropertyEventPayload generic(this, PropertyEventPayload::PROPERTY_VALUE_CHANGED,
+                                     oldValue.getGenericValue());
+        Updated.notify(this, generic);
+    }
+
+protected:
+    // The change sequence around `change`, which edits the value object and answers whether
+    // it accepted the change.
+    template <typename Change>
+    bool applyChange(Change&& change) {
+        if (!isModifiable()) return false;
+        PropertyLockGuard guard(*this, true);
+        const V oldValue(m_value);
+        if (!change(m_value)) return false;
+        notifyValueChanged(oldValue);
+        return true;
+    }
+
+    V m_value;
+};
+
+typedef Property<PropertyValueBoolean> PropertyBoolean;
+typedef Property<PropertyValueNumberBase<long>> PropertyInteger;
+
+extern template class Property<PropertyValueBoolean>;
+extern template class Property<PropertyValueNumberBase<long>>;
+
+}  // namespace Kivo::Data::Base
+
+#endif  // QESSERVICEDATALIB_DATA_BASE_PROPERTY_H

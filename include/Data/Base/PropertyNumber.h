@@ -1,0 +1,148 @@
+#ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTYNUMBER_H
+#define QESSERVICEDATALIB_DATA_BASE_PROPERTYNUMBER_H
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include <Poco/Nullable.h>
+#include <Poco/NumberFormatter.h>
+#include <Poco/NumberParser.h>
+
+#include "Data/Base/PropertyValue.h"
+
+namespace Kivo::Data::Base {
+
+// A number with optional inclusive limits and an optional resolution. An unset limit means
+// "no limit"; an unset resolution means values are stored as given.
+//
+// setValue rounds to a multiple of the resolution first (halves away from zero: with a
+// resolution of 10, 14 gives 10, 15 gives 20, -15 gives -20), then checks the limits on the
+// rounded value. Text goes through setValueFromString, which is not rounded. Where rounding
+// away from zero would leave the range of T, the value rounds toward zero instead.
+//
+// The library instantiates it for long, the type of every integer property; text then is a
+// signed 64-bit decimal with ',' allowed as thousands separator.
+template <typename T>
+class PropertyValueNumberBase : public PropertyValue<T> {
+public:
+    typedef T value_type;
+
+    PropertyValueNumberBase() : PropertyValue<T>(T()) {}
+    PropertyValueNumberBase(const value_type& value, Poco::Nullable<T> minValue,
+                            Poco::Nullable<T> maxValue, Poco::Nullable<T> resolution)
+        : PropertyValue<T>(value),
+          m_minValue(minValue),
+          m_maxValue(maxValue),
+          m_resolution(resolution) {}
+    PropertyValueNumberBase(const PropertyValueNumberBase&) = default;
+    PropertyValueNumberBase& operator=(const PropertyValueNumberBase&) = default;
+
+    // New limits apply to later writes; the stored value is not re-examined.
+    void setConstraints(Poco::Nullable<T> minValue, Poco::Nullable<T> maxValue) {
+        m_minValue = minValue;
+        m_maxValue = maxValue;
+    }
+    // Applies to later setValue calls; the stored value is not re-rounded.
+    void setResolution(Poco::Nullable<T> resolution) { m_resolution = resolution; }
+
+    Poco::Dynamic::Var getGenericValue() const override { return this->m_value; }
+    bool isValidValue(const value_type& value) const override;
+    bool setValue(const value_type& value) override;
+    std::string toString() const override { return Poco::NumberFormatter::format(this->m_value); }
+    bool parseString(const std::string& text, value_type& out) const override {
+        return parseStringImpl(text, out);
+    }
+
+private:
+    static bool parseStringImpl(const std::string& text, double& out);
+    static bool parseStringImpl(const std::string& text, std::int64_t& out);
+    static bool parseStringImpl(const std::string& text, std::uint64_t& out);
+    static double applyResolution(double value, double resolution);
+    static std::int64_t applyResolution(std::int64_t value, std::int64_t resolution);
+    static std::uint64_t applyResolution(std::uint64_t value, std::uint64_t resolution);
+
+    Poco::Nullable<T> m_minValue;
+    Poco::Nullable<T> m_maxValue;
+    Poco::Nullable<T> m_resolution;
+};
+
+template <typename T>
+bool PropertyValueNumberBase<T>::isValidValue(const value_type& value) const {
+    if (!m_minValue.isNull() && value < m_minValue.value()) return false;
+    return m_maxValue.isNull() || value <= m_maxValue.value();
+}
+
+template <typename T>
+bool PropertyValueNumberBase<T>::setValue(const value_type& value) {
+    if (m_resolution.isNull()) return PropertyValue<T>::setValue(value);
+    return PropertyValue<T>::setValue(applyResolution(value, m_resolution.value()));
+}
+
+template <typename T>
+bool PropertyValueNumberBase<T>::parseStringImpl(const std::string& text, double& out) {
+    return Poco::NumberParser::tryParseFloat(text, out, '.', ',');
+}
+
+template <typename T>
+bool PropertyValueNumberBase<T>::parseStringImpl(const std::string& text, std::int64_t& out) {
+    Poco::Int64 parsed = 0;
+    if (!Poco::NumberParser::tryParse64(text, parsed, ',')) return false;
+    out = parsed;
+    return true;
+}
+
+template <typename T>
+bool PropertyValueNumberBase<T>::parseStringImpl(const std::string& text, std::uint64_t& out) {
+    Poco::UInt64 parsed = 0;
+    if (!Poco::NumberParser::tryParseUnsigned64(text, parsed, ',')) return false;
+    out = parsed;
+    return true;
+}
+
+template <typename T>
+double PropertyValueNumberBase<T>::applyResolution(double value, double resolution) {
+    if (resolution == 0.0) return 0.0;
+    return std::round(value / resolution) * resolution;
+}
+
+template <typename T>
+std::int64_t PropertyValueNumberBase<T>::applyResolution(std::int64_t value,
+                                                        std::int64_t resolution) {
+    // The truncated multiple; a resolution of -1 is special-cased because
+    // INT64_MIN / -1 overflows, and 0 rounds everything to 0.
+    std::int64_t truncated = 0;
+    if (resolution == -1) {
+        truncated = value;
+    } else if (resolution != 0) {
+        truncated = (value / resolution) * resolution;
+    }
+    // |value - truncated| < |resolution| and both share value's sign, so this cannot overflow.
+    const std::int64_t rest = value >= truncated ? value - truncated : truncated - value;
+    if (value == truncated || rest < resolution / 2) return truncated;
+    std::int64_t step = 0;
+    std::int64_t away = 0;
+    const bool overflow =
+        __builtin_sub_overflow(resolution, rest, &step) ||
+        (value >= 0 ? __builtin_add_overflow(value, step, &away)
+                    : __builtin_sub_overflow(value, step, &away));
+    return overflow ? truncated : away;
+}
+
+template <typename T>
+std::uint64_t PropertyValueNumberBase<T>::applyResolution(std::uint64_t value,
+                                                         std::uint64_t resolution) {
+    if (resolution == 0) return 0;
+    const std::uint64_t truncated = (value / resolution) * resolution;
+    const std::uint64_t rest = value - truncated;
+    if (rest == 0 || rest < resolution / 2) return truncated;
+    std::uint64_t away = 0;
+    return __builtin_add_overflow(truncated, resolution, &away) ? truncated : away;
+}
+
+extern template class PropertyValueNumberBase<long>;
+
+}  // namespace Kivo::Data::Base
+
+#endif  // QESSERVICEDATALIB_DATA_BASE_PROPERTYNUMBER_H

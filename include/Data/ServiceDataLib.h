@@ -1,0 +1,16 @@
+#ifndef QESSERVICEDATALIB_DATA_SERVICEDATALIB_H
+#define QESSERVICEDATALIB_DATA_SERVICEDATALIB_H
+
+// Every public header of the library.
+
+#include "Data/Base/Object.h"
+#include "Data/Base/Property.h"
+#include "Data/Base/PropertyBase.h"
+#include "Data/Base/PropertyIndex.h"
+#include "Data/Base/PropertyNumber.h"
+#include "Data/Base/PropertyValue.h"
+#include "Logging/Log.h"
+#include "Util/AbstractQuery.h"
+#include "Util/RecursiveRWLock.h"
+
+#endif  // QESSERVICEDATALIB_DATA_SERVICEDATALIB_H

@@ -1,0 +1,20 @@
+#ifndef QESSERVICEDATALIB_UTIL_ABSTRACTQUERY_H
+#define QESSERVICEDATALIB_UTIL_ABSTRACTQUERY_H
+
+namespace Kivo::Util {
+
+// A search run over a container: a function object that reads `TContainer` and returns what
+// it found. The caller keeps the container unchanged while the query runs.
+template <typename TContainer, typename TResult>
+class AbstractQuery {
+public:
+    typedef TContainer container_type;
+    typedef TResult result_type;
+
+    virtual result_type operator()(const container_type& container) const = 0;
+    virtual ~AbstractQuery() = default;
+};
+
+}  // namespace Kivo::Util
+
+#endif  // QESSERVICEDATALIB_UTIL_ABSTRACTQUERY_H

@@ -1,0 +1,119 @@
+#ifndef QESSERVICEDATALIB_UTIL_RECURSIVERWLOCK_H
+#define QESSERVICEDATALIB_UTIL_RECURSIVERWLOCK_H
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <Poco/Bugcheck.h>
+#include <Poco/SharedPtr.h>
+
+namespace Kivo::Util {
+
+// A reader/writer lock that one thread may take again on either side.
+//
+// - Many threads may hold the read side at once; one thread at a time holds the write side.
+// - Both sides are recursive: every lock call must be matched by one unlock call of the same
+//   side on the same thread.
+// - The writer may take the read side as well (event handlers that read run inside setters
+//   that write). A thread that is the only reader may also take the write side; two readers
+//   that both try that wait for each other forever, so do not upgrade from shared reads.
+// - Once a writer waits, threads that do not hold the lock yet wait behind it, so a stream of
+//   new readers cannot starve a writer. Threads already reading re-enter without waiting.
+// - Unlocking a side the calling thread does not hold throws Poco::IllegalStateException and
+//   leaves the lock as it was.
+//
+// Re-entry and the uncontended paths allocate nothing. The lock must outlive every holder;
+// it is not copyable.
+class RecursiveRWLock {
+public:
+    RecursiveRWLock() = default;
+    RecursiveRWLock(const RecursiveRWLock&) = delete;
+    RecursiveRWLock& operator=(const RecursiveRWLock&) = delete;
+    // REQUIRES: no thread holds the lock.
+    virtual ~RecursiveRWLock() = default;
+
+    void readLock();
+    // Throws Poco::IllegalStateException if this thread holds no read lock on this object.
+    void readUnlock();
+    void writeLock();
+    // Throws Poco::IllegalStateException if this thread does not hold the write side.
+    void writeUnlock();
+
+private:
+    bool isWriter() const;
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    // The writing thread; default-constructed id when nobody writes. Written under m_mutex;
+    // read without it only to ask "is it me?", which no other thread can make true.
+    std::atomic<std::thread::id> m_writer{};
+    // Only ever touched by the writing thread.
+    unsigned m_writeDepth = 0;
+    // Guarded by m_mutex: threads holding the read side, and threads waiting for either side.
+    unsigned m_readerThreads = 0;
+    unsigned m_waitingWriters = 0;
+    unsigned m_waitingReaders = 0;
+};
+
+// Holds one side of a RecursiveRWLock from construction to destruction (or to unlock()).
+class ScopedRecursiveRWLock {
+public:
+    ScopedRecursiveRWLock(RecursiveRWLock& rwl, bool write) : _rwl(rwl), _write(write) { lock(); }
+    ScopedRecursiveRWLock(const ScopedRecursiveRWLock&) = delete;
+    ScopedRecursiveRWLock& operator=(const ScopedRecursiveRWLock&) = delete;
+    // Releases the side if still held. A failing release is reported through
+    // poco_unexpected(), never thrown.
+    ~ScopedRecursiveRWLock() {
+        try {
+            unlock();
+        } catch (...) {
+            poco_unexpected();
+        }
+    }
+
+    void lock() {
+        if (_write) {
+            _rwl.writeLock();
+        } else {
+            _rwl.readLock();
+        }
+        _locked = true;
+    }
+
+    // Releases the side once; further calls do nothing until lock() is called again.
+    void unlock() {
+        if (!_locked) return;
+        if (_write) {
+            _rwl.writeUnlock();
+        } else {
+            _rwl.readUnlock();
+        }
+        _locked = false;
+    }
+
+private:
+    RecursiveRWLock& _rwl;
+    bool _write;
+    bool _locked = false;
+};
+
+class ScopedRecursiveReadLock : public ScopedRecursiveRWLock {
+public:
+    explicit ScopedRecursiveReadLock(RecursiveRWLock& rwl) : ScopedRecursiveRWLock(rwl, false) {}
+};
+
+class ScopedRecursiveWriteLock : public ScopedRecursiveRWLock {
+public:
+    explicit ScopedRecursiveWriteLock(RecursiveRWLock& rwl) : ScopedRecursiveRWLock(rwl, true) {}
+};
+
+}  // namespace Kivo::Util
+
+namespace Kivo {
+// The lock shared by the objects of one tree; reference-counted.
+using RecursiveRWLockPtr = Poco::SharedPtr<Util::RecursiveRWLock>;
+}  // namespace Kivo
+
+#endif  // QESSERVICEDATALIB_UTIL_RECURSIVERWLOCK_H

@@ -1,0 +1,177 @@
+#include "Data/Base/Object.h"
+
+#include <Poco/Delegate.h>
+#include <Poco/Exception.h>
+
+#include "Data/Base/PropertyBase.h"
+#include "Logging/Log.h"
+
+namespace Kivo::Data::Base {
+
+using Util::ScopedRecursiveReadLock;
+using Util::ScopedRecursiveWriteLock;
+
+Object::Type::Type(const std::string& typeName)
+    : name(typeName), identifier(typeName), path("/") {}
+
+Object::Type::Type(const std::string& typeName, const Object& parent)
+    : Type(typeName, parent.getType()) {}
+
+Object::Type::Type(const std::string& typeName, const Type& parentType)
+    : name(typeName),
+      identifier(parentType.identifier + "." + typeName),
+      path(parentType.path + parentType.name + "/") {}
+
+Object::Object(const Type& type, const Kivo::RecursiveRWLockPtr& lock)
+    : m_propertyLock(lock), m_type(type) {
+    if (!m_propertyLock) throw Poco::NullPointerException("Every Object requires a RWLock!");
+}
+
+Object::Object(const Object& other, const Kivo::RecursiveRWLockPtr& lock)
+    : Object(other.m_type, lock) {}
+
+Object& Object::operator=(const Object&) { return *this; }
+
+Object::~Object() {
+    try {
+        if (m_propertyLock) unregisterAllProperties();
+    } catch (...) {
+        poco_unexpected();
+    }
+}
+
+Util::RecursiveRWLock& Object::lockRef() const {
+    if (!m_propertyLock) throw Poco::NullPointerException();
+    return *m_propertyLock;
+}
+
+PropertyBase* Object::getProperty(const PropertyKey& key) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    const auto entry = m_ownProperties.find(key);
+    if (entry == m_ownProperties.end()) {
+        QES_LOG_WARNING(m_type.identifier << "::getProperty: property " << key << " is unknown");
+        return nullptr;
+    }
+    if (entry->second == nullptr) {
+        QES_LOG_TRACE(m_type.identifier << "::getProperty: property " << key
+                                        << " is not available");
+    }
+    return entry->second;
+}
+
+Poco::JSON::Object::Ptr Object::toJSON(int depth) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object();
+    for (const auto& [key, property] : m_ownProperties) {
+        if (property != nullptr) json->set(property->getKey(), property->toJSON(depth));
+    }
+    return json;
+}
+
+bool Object::hasProperty(const PropertyKey& key) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    const auto entry = m_ownProperties.find(key);
+    return entry != m_ownProperties.end() && entry->second != nullptr;
+}
+
+bool Object::knowsProperty(const PropertyKey& key) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    return m_ownProperties.count(key) != 0;
+}
+
+std::vector<PropertyKey> Object::getPropertyKeys() const {
+    ScopedRecursiveReadLock lock(lockRef());
+    std::vector<PropertyKey> keys;
+    keys.reserve(m_ownProperties.size());
+    for (const auto& [key, property] : m_ownProperties) {
+        if (property != nullptr) keys.push_back(key);
+    }
+    return keys;
+}
+
+std::vector<PropertyBase*> Object::getProperties() const {
+    ScopedRecursiveReadLock lock(lockRef());
+    std::vector<PropertyBase*> properties;
+    properties.reserve(m_ownProperties.size());
+    for (const auto& entry : m_ownProperties) {
+        if (entry.second != nullptr) properties.push_back(entry.second);
+    }
+    return properties;
+}
+
+bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    const auto [entry, inserted] = m_ownProperties.emplace(key, property);
+    if (!inserted) {
+        if (entry->second != nullptr) return false;
+        entry->second = property;
+    }
+    onRegisterProperty(key, property);
+    if (property != nullptr) {
+        // The owner-changed event goes to the previous owner only: subscribe afterwards.
+        property->setParent(this);
+        registerPropertyEvents(property);
+    }
+    return true;
+}
+
+void Object::registerPropertyEvents(PropertyBase* property) {
+    if (property == nullptr) return;
+    property->Updated += Poco::delegate(this, &Object::onPropertyUpdatePriv);
+    property->Destroyed += Poco::delegate(this, &Object::onPropertyDestroyedPriv);
+}
+
+void Object::unregisterPropertyEvents(PropertyBase* property) {
+    if (property == nullptr) return;
+    property->Updated -= Poco::delegate(this, &Object::onPropertyUpdatePriv);
+    property->Destroyed -= Poco::delegate(this, &Object::onPropertyDestroyedPriv);
+}
+
+void Object::onPropertyUpdatePriv(const void*, PropertyEventPayload& payload) {
+    PropertyBase* source = payload.getSourceProperty();
+    QES_LOG_TRACE("Property " << source->getKey() << " has changed");
+    onPropertyUpdate(payload);
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (source->getParent() == this) return;
+    const auto entry = m_ownProperties.find(source->getKey());
+    if (entry != m_ownProperties.end()) entry->second = nullptr;
+    unregisterPropertyEvents(source);
+}
+
+void Object::onPropertyDestroyedPriv(const void*, PropertyEventPayload& payload) {
+    PropertyBase* source = payload.getSourceProperty();
+    QES_LOG_TRACE("Property " << source->getKey() << " was destroyed");
+    onPropertyDestroyed(payload);
+    ScopedRecursiveWriteLock lock(lockRef());
+    const auto entry = m_ownProperties.find(source->getKey());
+    if (entry != m_ownProperties.end()) entry->second = nullptr;
+    unregisterPropertyEvents(source);
+}
+
+void Object::unregisterAllProperties() {
+    ScopedRecursiveWriteLock lock(lockRef());
+    for (const auto& [key, property] : m_ownProperties) {
+        if (property == nullptr) continue;
+        PropertyBase* detached = property;
+        onUnregisterProperty(key, detached);
+        // Our own onPropertyUpdatePriv runs inside and nulls the entry we are visiting.
+        detached->setParent(nullptr);
+        unregisterPropertyEvents(detached);
+    }
+    m_ownProperties.clear();
+}
+
+void Object::adoptPropertyLock(const Object& other) const {
+    // The copy keeps the old lock alive until it is released below.
+    const Kivo::RecursiveRWLockPtr previous = m_propertyLock;
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (&other != this) m_propertyLock = other.m_propertyLock;
+}
+
+void Object::resetPropertyLock() const {
+    const Kivo::RecursiveRWLockPtr previous = m_propertyLock;
+    ScopedRecursiveWriteLock lock(lockRef());
+    m_propertyLock = new Util::RecursiveRWLock;
+}
+
+}  // namespace Kivo::Data::Base

@@ -1,0 +1,67 @@
+#include "Data/Base/PropertyBase.h"
+
+#include <Poco/Exception.h>
+
+namespace Kivo::Data::Base {
+
+PropertyBase::PropertyBase(const PropertyKey& key, Object* parent) : m_key(key), m_parent(parent) {
+    if (m_key.empty()) {
+        throw Poco::AssertionViolationException("Properties must not have an empty key");
+    }
+}
+
+PropertyBase::~PropertyBase() { notifyDestroyed(); }
+
+void PropertyBase::notifyDestroyed() {
+    if (m_destroyedRaised) return;
+    m_destroyedRaised = true;
+    PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_DESTROYED);
+    try {
+        Destroyed.notify(this, payload);
+    } catch (...) {
+        // A destructor must not throw; a failing subscriber is a programming error.
+        poco_unexpected();
+    }
+}
+
+void PropertyBase::setParent(Object* parent) {
+    if (parent == m_parent) return;
+    m_parent = parent;
+    PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_OWNER_CHANGED);
+    Updated.notify(this, payload);
+}
+
+bool PropertyBase::isModifiable() const {
+    return m_parent == nullptr || m_parent->checkWriteAccess(m_key);
+}
+
+void PropertyBase::readLock() const {
+    if (m_parent != nullptr) m_parent->lockRef().readLock();
+}
+
+void PropertyBase::writeLock() const {
+    if (m_parent != nullptr) m_parent->lockRef().writeLock();
+}
+
+void PropertyBase::readUnlock() const {
+    if (m_parent != nullptr) m_parent->lockRef().readUnlock();
+}
+
+void PropertyBase::writeUnlock() const {
+    if (m_parent != nullptr) m_parent->lockRef().writeUnlock();
+}
+
+Kivo::RecursiveRWLockPtr PropertyBase::getLock() const {
+    return m_parent != nullptr ? m_parent->getLock() : Kivo::RecursiveRWLockPtr();
+}
+
+void PropertyBase::registerAtOwner() {
+    if (m_parent != nullptr) m_parent->registerProperty(m_key, this);
+}
+
+PropertyLockGuard::PropertyLockGuard(const PropertyBase& property, bool write)
+    : m_lock(property.getLock()) {
+    if (m_lock) m_holder.emplace(*m_lock, write);
+}
+
+}  // namespace Kivo::Data::Base
