@@ -1,0 +1,69 @@
+# Installs the library, its public headers, a CMake package and a pkg-config file.
+#
+#   <prefix>/lib/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
+#   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base}/*.h
+#   <prefix>/lib/cmake/QesServiceDataLib/QesServiceDataLib{Config,ConfigVersion,Targets}.cmake
+#   <prefix>/lib/pkgconfig/QesServiceDataLib.pc
+#
+# Clients include headers relative to <prefix>/include/QesServiceDataLib
+# (#include <Data/Element.h>), which is the include directory both packages hand out.
+
+include(CMakePackageConfigHelpers)
+
+set(QES_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/QesServiceDataLib")
+set(QES_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/QesServiceDataLib")
+set(QES_INSTALL_PKGCONFIGDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+install(TARGETS QesServiceDataLib
+    EXPORT QesServiceDataLibTargets
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
+    DESTINATION "${QES_INSTALL_INCLUDEDIR}"
+    FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT QesServiceDataLibTargets
+    NAMESPACE QesServiceDataLib::
+    FILE QesServiceDataLibTargets.cmake
+    DESTINATION "${QES_INSTALL_CMAKEDIR}")
+
+configure_package_config_file(
+    "${PROJECT_SOURCE_DIR}/cmake/QesServiceDataLibConfig.cmake.in"
+    "${PROJECT_BINARY_DIR}/QesServiceDataLibConfig.cmake"
+    INSTALL_DESTINATION "${QES_INSTALL_CMAKEDIR}")
+# Only the major version carries compatibility; the SOVERSION tracks the full release.
+write_basic_package_version_file(
+    "${PROJECT_BINARY_DIR}/QesServiceDataLibConfigVersion.cmake"
+    VERSION "${PROJECT_VERSION}"
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    "${PROJECT_BINARY_DIR}/QesServiceDataLibConfig.cmake"
+    "${PROJECT_BINARY_DIR}/QesServiceDataLibConfigVersion.cmake"
+    DESTINATION "${QES_INSTALL_CMAKEDIR}")
+
+# The .pc file locates everything from its own directory, so it stays right when the prefix is
+# chosen only at install time (cmake --install <build> --prefix <P>) or the tree is moved.
+function(qes_pc_path out dir)
+    if(IS_ABSOLUTE "${dir}")
+        set(${out} "${dir}" PARENT_SCOPE)
+    else()
+        set(${out} "\${prefix}/${dir}" PARENT_SCOPE)
+    endif()
+endfunction()
+if(IS_ABSOLUTE "${QES_INSTALL_PKGCONFIGDIR}")
+    set(QES_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+    file(RELATIVE_PATH qes_pc_up "/anchor/${QES_INSTALL_PKGCONFIGDIR}" "/anchor")
+    string(REGEX REPLACE "/$" "" qes_pc_up "${qes_pc_up}")
+    set(QES_PC_PREFIX "\${pcfiledir}/${qes_pc_up}")
+endif()
+qes_pc_path(QES_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+qes_pc_path(QES_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}")
+configure_file(
+    "${PROJECT_SOURCE_DIR}/cmake/QesServiceDataLib.pc.in"
+    "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
+    @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
+    DESTINATION "${QES_INSTALL_PKGCONFIGDIR}")

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Runs every test: the unit tests of the release build, then a client project built against
+# an installed copy of the library, once through its CMake package and once through pkg-config.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+tools/setup.sh
+
+cmake --preset release
+cmake --build --preset release -j2
+ctest --preset release --output-on-failure
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+prefix="$scratch/prefix"
+cmake --install build/release --prefix "$prefix"
+
+echo "== client through the CMake package"
+cmake -S tests/downstream -B "$scratch/client" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_BUILD_TYPE=Release
+cmake --build "$scratch/client" -j2
+"$scratch/client/app"
+
+echo "== client through pkg-config"
+pc_file=$(find "$prefix" -name QesServiceDataLib.pc)
+export PKG_CONFIG_PATH="$(dirname "$pc_file")"
+libdir=$(pkg-config --variable=libdir QesServiceDataLib)
+# The prefix is not on the loader's path, so the client records it as its run path.
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/main.cpp \
+    $(pkg-config --cflags --libs QesServiceDataLib) -Wl,-rpath,"$libdir" \
+    -o "$scratch/app-pkg-config"
+"$scratch/app-pkg-config"
