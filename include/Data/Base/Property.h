@@ -2,11 +2,15 @@
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTY_H
 
 #include <string>
+#include <vector>
 
 #include <Poco/BasicEvent.h>
 
 #include "Data/Base/PropertyBase.h"
 #include "Data/Base/PropertyNumber.h"
+#include "Data/Base/PropertyString.h"
+#include "Data/Base/PropertyUri.h"
+#include "Data/Base/PropertyUuid.h"
 #include "Data/Base/PropertyValue.h"
 
 namespace Kivo::Data::Base {
@@ -136,11 +140,89 @@ protected:
     V m_value;
 };
 
+// A property whose value is an array of string-kind elements E (PropertyValueArray<E>),
+// editable element by element. clear, addElement, removeElement and setDefaultElement follow
+// the change sequence of every write: false with nothing locked when the owner denies
+// writing; otherwise, under the owner's write lock, ValueChanged and then Updated are raised
+// exactly when the array value accepted the change.
+template <class E>
+class PropertyArray : public Property<PropertyValueArray<E>> {
+public:
+    typedef E element_type;
+    typedef typename E::value_type element_value_type;
+    typedef PropertyValueArray<E> property_value;
+
+    // Does not register at `parent`.
+    PropertyArray(const PropertyKey& key, Object* parent, const property_value& value)
+        : Property<property_value>(key, parent, value) {}
+    // Copies key and value under `parent` (not registered there).
+    PropertyArray(const PropertyArray& other, Object* parent)
+        : Property<property_value>(other, parent) {}
+    // Assigns the other property's value object through the change sequence.
+    PropertyArray& operator=(const PropertyArray& other) {
+        Property<property_value>::operator=(other);
+        return *this;
+    }
+
+    // Empties the array. Raises both events even when it was empty already: subscribers see
+    // every clear.
+    bool clear() override {
+        return this->applyChange([](property_value& value) {
+            value.clear();
+            return true;
+        });
+    }
+    // The array value's addElement; see PropertyValueArray.
+    bool addElement(const element_type& element) {
+        return this->applyChange(
+            [&element](property_value& value) { return value.addElement(element); });
+    }
+    bool addElement(const element_value_type& text) {
+        return this->applyChange([&text](property_value& value) { return value.addElement(text); });
+    }
+    bool removeElement(const element_type& element) {
+        return this->applyChange(
+            [&element](property_value& value) { return value.removeElement(element); });
+    }
+    // Refused, without events, when an element present now fails the new prototype's check.
+    bool setDefaultElement(const element_type& element) {
+        return this->applyChange(
+            [&element](property_value& value) { return value.setDefaultElement(element); });
+    }
+
+    // The elements, in sorted order.
+    operator std::vector<element_type>() const { return this->m_value; }
+    // The element texts, in sorted order.
+    operator std::vector<std::string>() const { return this->m_value; }
+};
+
 typedef Property<PropertyValueBoolean> PropertyBoolean;
 typedef Property<PropertyValueNumberBase<long>> PropertyInteger;
+typedef Property<PropertyValueString> PropertyString;
+typedef Property<PropertyValueUuid> PropertyUuid;
+typedef Property<PropertyValueUri> PropertyUri;
+typedef PropertyArray<PropertyValueString> PropertyStringArray;
+typedef PropertyArray<
+    PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>
+    PropertyServiceCategoryArray;
+typedef PropertyArray<PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION>>
+    PropertyVersionArray;
 
 extern template class Property<PropertyValueBoolean>;
 extern template class Property<PropertyValueNumberBase<long>>;
+extern template class Property<PropertyValueString>;
+extern template class Property<PropertyValueUuid>;
+extern template class Property<PropertyValueUri>;
+extern template class Property<PropertyValueArray<PropertyValueString>>;
+extern template class Property<PropertyValueArray<
+    PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>>;
+extern template class Property<
+    PropertyValueArray<PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION>>>;
+extern template class PropertyArray<PropertyValueString>;
+extern template class PropertyArray<
+    PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>;
+extern template class PropertyArray<
+    PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION>>;
 
 }  // namespace Kivo::Data::Base
 

@@ -184,4 +184,7 @@ public:
 
 }  // namespace Kivo::Data::Base
 
+// PropertyValueArray<T>, the array kind, lives beside this header and comes with it.
+#include "Data/Base/PropertyValueArray.h"
+
 #endif  // QESSERVICEDATALIB_DATA_BASE_PROPERTYVALUE_H

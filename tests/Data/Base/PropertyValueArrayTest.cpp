@@ -1,0 +1,120 @@
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Array.h>
+#include <Poco/RegularExpression.h>
+#include <gtest/gtest.h>
+
+#include "Data/Base/PropertyString.h"
+#include "Data/Base/PropertyValue.h"
+
+namespace Kivo::Data::Base {
+namespace {
+
+typedef PropertyValueString S;
+typedef PropertyValueArray<S> StringArray;
+typedef PropertyValueArray<PropertyValueFormatedString<S::STRING_FORMAT_SERVICECATEGORY>>
+    CategoryArray;
+typedef PropertyValueArray<PropertyValueFormatedString<S::STRING_FORMAT_VERSION>> VersionArray;
+typedef std::vector<std::string> Texts;
+
+// The texts of a JSON array variant, in order.
+Texts jsonTexts(const Poco::Dynamic::Var& json) {
+    Texts texts;
+    for (const Poco::Dynamic::Var& item : *json.extract<Poco::JSON::Array::Ptr>()) {
+        texts.push_back(item.convert<std::string>());
+    }
+    return texts;
+}
+
+struct ParseRow {
+    std::string text;
+    bool accepted;
+    Texts stored;  // what the array holds afterwards
+};
+
+TEST(PropertyValueArray, ParsesJsonArraysWholeOrNothing) {
+    const Texts before = {"keep"};
+    const std::vector<ParseRow> rows = {
+        {R"(["b", "a", "b"])", true, {"a", "b", "b"}},
+        {"[]", true, {}},
+        {"[5, true]", true, {"5", "true"}},
+        {"word", false, before},
+        {R"({"a": "b"})", false, before},
+        {"", false, before},
+        {R"(["a", null])", false, before},
+        {R"(["a",)", false, before},
+    };
+    for (const ParseRow& row : rows) {
+        StringArray array;
+        ASSERT_TRUE(array.addElement("keep"));
+        EXPECT_EQ(row.accepted, array.isValidStringValue(row.text)) << row.text;
+        EXPECT_EQ(row.accepted, array.setValueFromString(row.text)) << row.text;
+        EXPECT_EQ(row.stored, Texts(array)) << row.text;
+        EXPECT_EQ(row.stored, jsonTexts(array.toJSON(0))) << row.text;
+    }
+}
+
+TEST(PropertyValueArray, RefusesTheWholeArrayForOneBadElement) {
+    CategoryArray categories;
+    ASSERT_TRUE(categories.setValueFromString(R"(["map"])"));
+    EXPECT_FALSE(categories.setValueFromString(R"(["media", "Foo"])"));
+    EXPECT_EQ(Texts{"map"}, Texts(categories));
+    EXPECT_FALSE(categories.addElement("Foo"));
+    CategoryArray::value_type out{CategoryArray::element_type("map")};
+    EXPECT_FALSE(categories.parseString("word", out));
+    EXPECT_EQ(1u, out.size()) << "no JSON array: the output is untouched";
+    EXPECT_FALSE(categories.parseString(R"(["media", "Foo"])", out));
+    EXPECT_TRUE(out.empty()) << "a refused element empties the output";
+
+    VersionArray versions;
+    EXPECT_FALSE(versions.setValueFromString(R"(["1.2", "1.2.3.4"])"));
+    EXPECT_EQ(0u, versions.size());
+    VersionArray::value_type mixed{VersionArray::element_type("1.0"),
+                                   VersionArray::element_type("one")};
+    EXPECT_FALSE(versions.setValue(mixed));
+    EXPECT_EQ(0u, versions.size());
+}
+
+TEST(PropertyValueArray, EditsElementsOneByOne) {
+    StringArray array;
+    EXPECT_TRUE(array.addElement("b"));
+    EXPECT_TRUE(array.addElement(S("b")));
+    EXPECT_TRUE(array.addElement(S("2018-01-01", S::STRING_FORMAT_DATE)));
+    EXPECT_EQ((Texts{"2018-01-01", "b", "b"}), Texts(array));
+    EXPECT_EQ(S::STRING_FORMAT_DATE, std::vector<S>(array)[0].getFormatType())
+        << "an added element is stored as given, not remade from the prototype";
+
+    EXPECT_TRUE(array.removeElement(S("b")));
+    EXPECT_EQ((Texts{"2018-01-01", "b"}), Texts(array)) << "one of two equal texts is removed";
+    EXPECT_FALSE(array.removeElement(S("c")));
+    EXPECT_TRUE(array.hasElement(S("b")));
+    EXPECT_FALSE(array.hasElement(S("c")));
+}
+
+TEST(PropertyValueArray, MatchesWhenOneElementMatchesWhole) {
+    StringArray array;
+    EXPECT_FALSE(array.matches(Poco::RegularExpression(".*")));
+    ASSERT_TRUE(array.setValueFromString(R"(["a", "bc"])"));
+    EXPECT_TRUE(array.matches(Poco::RegularExpression("b.")));
+    EXPECT_FALSE(array.matches(Poco::RegularExpression("b")));
+    EXPECT_FALSE(array.matches(Poco::RegularExpression("x.*")));
+}
+
+TEST(PropertyValueArray, RefusesADefaultElementThatAPresentElementFails) {
+    StringArray array;
+    ASSERT_TRUE(array.addElement("abc"));
+    const PropertyValueCustomString digits(S::UNDEFINED_VALUE, "[0-9]+");
+    EXPECT_FALSE(array.setDefaultElement(digits));
+    EXPECT_TRUE(array.addElement("xyz")) << "the earlier prototype stays";
+
+    array.clear();
+    EXPECT_TRUE(array.setDefaultElement(digits));
+    EXPECT_FALSE(array.addElement("xyz"));
+    EXPECT_FALSE(array.setValueFromString(R"(["1", "x"])"));
+    EXPECT_TRUE(array.setValueFromString(R"(["2", "1"])"));
+    EXPECT_EQ((Texts{"1", "2"}), Texts(array));
+}
+
+}  // namespace
+}  // namespace Kivo::Data::Base
