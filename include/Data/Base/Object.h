@@ -148,6 +148,10 @@ protected:
 
     // The lock after a null check; throws Poco::NullPointerException for a null lock.
     Util::RecursiveRWLock& lockRef() const;
+    // The property under `key`, or null for an unknown or absent key; logs nothing.
+    PropertyBase* findProperty(const PropertyKey& key) const;
+    // Every registered key, present or not, ascending.
+    std::vector<PropertyKey> getKnownPropertyKeys() const;
 
 private:
     friend class PropertyBase;

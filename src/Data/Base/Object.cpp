@@ -59,6 +59,20 @@ PropertyBase* Object::getProperty(const PropertyKey& key) const {
     return entry->second;
 }
 
+PropertyBase* Object::findProperty(const PropertyKey& key) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    const auto entry = m_ownProperties.find(key);
+    return entry == m_ownProperties.end() ? nullptr : entry->second;
+}
+
+std::vector<PropertyKey> Object::getKnownPropertyKeys() const {
+    ScopedRecursiveReadLock lock(lockRef());
+    std::vector<PropertyKey> keys;
+    keys.reserve(m_ownProperties.size());
+    for (const auto& entry : m_ownProperties) keys.push_back(entry.first);
+    return keys;
+}
+
 Poco::JSON::Object::Ptr Object::toJSON(int depth) const {
     ScopedRecursiveReadLock lock(lockRef());
     Poco::JSON::Object::Ptr json = new Poco::JSON::Object();

@@ -1,0 +1,183 @@
+#ifndef QESSERVICEDATALIB_DATA_ELEMENT_H
+#define QESSERVICEDATALIB_DATA_ELEMENT_H
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <Poco/BasicEvent.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/UUID.h>
+
+#include "Data/OperationResult.h"
+#include "Data/XObject.h"
+
+namespace Kivo::Data {
+
+class AbstractResource;
+class DataChangedTarget;
+class Element;
+class OptionalPropertyBase;
+
+// Property keys, ordered byte-wise.
+typedef std::set<std::string> KeyCollection;
+
+// The change events of an element.
+//
+// DataChanged is delivered asynchronously on a thread of Poco's default thread pool, after the
+// writer has released the element's lock:
+// - every raise is delivered exactly once, also when the pool is busy (it is queued, never
+//   refused), and the raises of one element arrive in the order they were made;
+// - all deliveries run one after another on one pool thread at a time, so a slow subscriber
+//   delays the others;
+// - the sender is the element's address, which may already be destroyed when a subscriber runs:
+//   identify the element by the payload's id. Raises still queued when the element is destroyed
+//   are delivered to the subscribers it had at that moment;
+// - an exception thrown by a subscriber is logged and swallowed.
+// A subscriber that removes its delegate is never called afterwards, so it may be destroyed as
+// soon as the removal returns.
+//
+// OptionalPropertySet is raised synchronously on the writing thread, with the element's write
+// lock held, when an optional property receives its first value.
+class IElementDataChangedSource {
+public:
+    // Which element changed (its identification) and which of its properties.
+    class DataChangedEventPayload {
+    public:
+        // The element's id, and `key` in the key set when it is not empty.
+        DataChangedEventPayload(const Element& element, const std::string& key);
+
+        const Poco::UUID& getSourceElementId() const { return sourceElementId; }
+        const KeyCollection& getSourcePropertyKeys() const { return sourcePropertyKeys; }
+        void setSourcePropertyKeys(const KeyCollection& keys) { sourcePropertyKeys = keys; }
+        void addSourcePropertyKeys(const KeyCollection& keys);
+
+    private:
+        Poco::UUID sourceElementId;
+        KeyCollection sourcePropertyKeys;
+    };
+
+    // The optional property that was set for the first time.
+    class OptionalPropertySetEventPayload {
+    public:
+        explicit OptionalPropertySetEventPayload(Base::PropertyBase& property)
+            : sourceProperty(&property) {}
+        Base::PropertyBase* getSourceProperty() const { return sourceProperty; }
+
+    private:
+        Base::PropertyBase* sourceProperty;  // not owned
+    };
+
+    // A Poco::BasicEvent whose current delegates can be copied out, so that a queued delivery
+    // never touches the event (or its element) after taking that copy.
+    class DataChangedEvent : public Poco::BasicEvent<DataChangedEventPayload> {
+    public:
+        typedef Poco::DefaultStrategy<DataChangedEventPayload,
+                                      Poco::AbstractDelegate<DataChangedEventPayload>>
+            Delegates;
+        Delegates copyDelegates() const;
+    };
+
+    virtual ~IElementDataChangedSource() = default;
+
+    DataChangedEvent DataChanged;
+    Poco::BasicEvent<OptionalPropertySetEventPayload> OptionalPropertySet;
+};
+
+// One data record of a resource: an XObject whose further properties are declared by the
+// concrete element class (as members, or as optional properties that exist only once set).
+//
+// Clients write through setProperty and updateByJSON, gated per key by isPostAllowed (false
+// unless the concrete class allows a key); removeProperty and JSON initialisation are
+// owner-side and not gated. Every change raises DataChanged (see IElementDataChangedSource).
+//
+// The element keeps a non-owning pointer to its resource, which must outlive it. Reads take
+// the element's read lock, writes its write lock; containers make it share theirs. Not
+// copy-assignable: its properties are registered by address.
+class Element : public XObject, public IElementDataChangedSource {
+public:
+    typedef std::map<Base::PropertyKey, OptionalPropertyBase*> OptionalPropertyMap;
+
+    Element& operator=(const Element&) = delete;
+    // Detaches every property (each raises DataChanged for its key), then raises Destroyed.
+    ~Element() override;
+
+    // Negative depth: the compact {"id", "name", "uri"} form; otherwise every present property
+    // at that depth.
+    Poco::JSON::Object::Ptr toJSON(int depth) const override;
+    // Base answer true.
+    virtual bool isGetAllowed() const;
+    // Whether a client may write `key`. Base answer false: nothing is writable.
+    virtual bool isPostAllowed(const Base::PropertyKey& key) const;
+
+    // A client write of one property from text: FORBIDDEN, UNKNOWN_PROPERTY, INVALID_VALUE or
+    // OK. An unset optional property is created by the write.
+    OperationResult setProperty(const Base::PropertyKey& key, const std::string& value);
+    // Clears an optional property or empties a clearable one: OK, UNKNOWN_PROPERTY,
+    // NOT_FOUND (known key without property) or PROCESSING_ERROR (cannot be cleared).
+    OperationResult removeProperty(const Base::PropertyKey& key);
+    // Applies a partial update all or nothing. Every key is checked first (known, allowed,
+    // valid); the first failure returns NOT_FOUND, FORBIDDEN, INVALID_VALUE or
+    // UNKNOWN_PROPERTY with nothing changed. Then every key whose text differs from the
+    // current value is written, and one DataChanged lists all of them: OK, or NO_UPDATE when
+    // nothing differed (no event). Throws Poco::JSON exceptions for a null member and
+    // Poco::BugcheckException if a checked write fails after all.
+    OperationResult updateByJSON(const Poco::JSON::Object* json);
+    // Every present property; those whose key is in `expand` at depth 1, the others at 0.
+    Poco::JSON::Object::Ptr toJSON(const std::vector<std::string>& expand) const;
+
+    AbstractResource* getResource() const { return m_resource; }
+
+protected:
+    // Type `typeName` under the resource's type, empty name and a fresh random id (the URI is
+    // the type path followed by that id until initElementFromJSON adjusts it).
+    Element(const std::string& typeName, AbstractResource& resource);
+    // The given name and id, with the URI adjusted to the resource's. Throws
+    // Poco::DataException("Failed to initalise Element!") when that fails.
+    Element(const std::string& typeName, AbstractResource& resource,
+            const Base::PropertyValueString& name, const Base::PropertyValueUuid& id);
+    // Copies the identity and the resource; the concrete class copies its own properties.
+    Element(const Element& other);
+
+    // Sets every known property whose key has a non-null member in `json` (unknown keys
+    // refuse the whole object with UNKNOWN_PROPERTY before anything is set; a bad value stops
+    // with INVALID_VALUE, keeping what was set before), then adjusts the URI.
+    OperationResult initElementFromJSON(const Poco::JSON::Object* json);
+    // Called by OptionalPropertyBase's constructor: false if the key is taken.
+    bool registerOptionalProperty(OptionalPropertyBase* optional);
+    using XObject::setOwnPropertyValueFromString;
+    // An owner-side write of an optional property (creating it if needed).
+    bool setOwnPropertyValueFromString(const std::string& text, OptionalPropertyBase& optional);
+    // Sets the URI to the resource's URI, "/", and the id.
+    bool adjustElementUri();
+
+    // The owner's own write, else isPostAllowed.
+    bool checkWriteAccess(const Base::PropertyKey& key) const override;
+    // Turns value and owner changes into DataChanged, and first values of optional
+    // properties into OptionalPropertySet.
+    void onPropertyUpdate(const Base::PropertyEventPayload& payload) override;
+    // Raises DataChanged for the destroyed property's key.
+    void onPropertyDestroyed(const Base::PropertyEventPayload& payload) override;
+
+private:
+    friend class OptionalPropertyBase;
+
+    OperationResult validateUpdate(const Poco::JSON::Object& json, KeyCollection& changed) const;
+    void applyUpdate(const Poco::JSON::Object& json, const KeyCollection& changed);
+    OperationResult initPropertyFromMember(const Base::PropertyKey& key,
+                                           Base::PropertyBase* property,
+                                           const std::string& text);
+    OptionalPropertyBase* findOptional(const Base::PropertyKey& key) const;
+    void raiseDataChanged(const DataChangedEventPayload& payload);
+
+    AbstractResource* m_resource;             // not owned; outlives the element
+    OptionalPropertyMap m_optionalProperties;  // guarded by the write lock; not owned
+    // Shared with queued DataChanged deliveries, which may outlive the element.
+    std::shared_ptr<DataChangedTarget> m_dataChangedTarget;
+};
+
+}  // namespace Kivo::Data
+
+#endif  // QESSERVICEDATALIB_DATA_ELEMENT_H

@@ -1,0 +1,124 @@
+#ifndef QESSERVICEDATALIB_DATA_XOBJECT_H
+#define QESSERVICEDATALIB_DATA_XOBJECT_H
+
+#include <string>
+
+#include <Poco/BasicEvent.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/UUID.h>
+
+#include "Data/Base/Object.h"
+#include "Data/Base/Property.h"
+#include "Data/OperationResult.h"
+
+namespace Kivo::Data {
+
+// An identified object: every service, resource and element is one. It owns three
+// properties, "id" (a UUID), "name" (a text) and "uri", which only the object itself may
+// change: checkWriteAccess allows a key only while the object's own setter is writing it, so
+// any write that reaches these properties from outside is refused.
+//
+// Each XObject starts with a lock of its own; containers make their children share theirs
+// with adoptPropertyLock. Reads take the read side, owner writes and JSON initialisation the
+// write side; comparisons lock only the left-hand object.
+//
+// Destroyed is raised synchronously from the destructor while the object is still an XObject
+// with its three properties, as the last thing observers receive from it.
+class XObject : public Base::Object {
+public:
+    static const std::string KEY_ID;
+    static const std::string KEY_NAME;
+    static const std::string KEY_URI;
+
+    // The null id, an empty name and an empty URI.
+    explicit XObject(const Type& type);
+    // The given name and id; the URI is the type's path followed by the id's text.
+    XObject(const Type& type, const Base::PropertyValueString& name,
+            const Base::PropertyValueUuid& id);
+    // Defaults as XObject(type), then initXObjectFromJSON. Throws
+    // Poco::DataException("Failed to initialise XObject from JSON object!") when that fails,
+    // and lets exceptions of the JSON and value libraries pass.
+    XObject(const Type& type, const Poco::JSON::Object* json);
+    // A copy with a lock of its own and copies of the three properties.
+    XObject(const XObject& other);
+    XObject& operator=(const XObject&) = delete;
+    ~XObject() override;
+
+    Poco::BasicEvent<const XObject> Destroyed;
+
+    // The id's UUID.
+    Poco::UUID getIdentification() const override;
+    // {"id": ..., "name": ..., "uri": ...} whatever the depth.
+    Poco::JSON::Object::Ptr toJSON(int depth) const override;
+
+    const Base::PropertyUuid& getId() const { return m_uuid; }
+    const Base::PropertyString& getName() const { return m_name; }
+    const Base::PropertyUri& getUri() const { return m_uri; }
+
+    // Equal ids.
+    bool operator==(const XObject& other) const;
+    bool operator!=(const XObject& other) const;
+    // By name, and by id where the names are equal.
+    bool operator<(const XObject& other) const;
+    bool operator>(const XObject& other) const;
+
+protected:
+    // Allows exactly the key the object is writing itself at this moment.
+    bool checkWriteAccess(const Base::PropertyKey& key) const override;
+    bool isChangedByOwner(const Base::PropertyKey& key) const;
+
+    // Owner-side writes. The typed forms store the value object when it differs from the
+    // current one (raising the property's change events) and answer whether the value is in
+    // place; the text form answers the property's setValueFromString.
+    bool setId(const Base::PropertyValueUuid& id);
+    bool setName(const Base::PropertyValueString& name);
+    bool setUri(const Base::PropertyValueUri& uri);
+    template <class V>
+    bool setOwnPropertyValue(const V& value, Base::Property<V>& property);
+    bool setOwnPropertyValueFromString(const std::string& text, Base::PropertyBase& property);
+
+    // Sets id, name and uri from `json`, in that order, stopping at the first failure (what
+    // was set before it stays set). Every key is required.
+    OperationResult initXObjectFromJSON(const Poco::JSON::Object* json);
+    // Sets `property` from the member under its key: UNKNOWN_PROPERTY when the member is
+    // missing or null, INVALID_VALUE when the property refuses its text, else OK. An exception
+    // while applying is logged and rethrown.
+    OperationResult initPropertyFromJSON(const Poco::JSON::Object* json,
+                                         Base::PropertyBase& property);
+
+    // The text a JSON member stands for: a string as it is, anything else in its JSON text.
+    static std::string memberText(const Poco::Dynamic::Var& member);
+
+    // Marks `key` as written by the owner for its lifetime. REQUIRES: the write lock.
+    class OwnerWrite {
+    public:
+        OwnerWrite(XObject& object, const Base::PropertyKey& key);
+        OwnerWrite(const OwnerWrite&) = delete;
+        OwnerWrite& operator=(const OwnerWrite&) = delete;
+        ~OwnerWrite();
+
+    private:
+        XObject& m_object;
+    };
+
+private:
+    void registerOwnProperties();
+
+    Base::PropertyKey m_toBeModified;  // guarded by the write lock
+    Base::PropertyUuid m_uuid;
+    Base::PropertyString m_name;
+    Base::PropertyUri m_uri;
+};
+
+template <class V>
+bool XObject::setOwnPropertyValue(const V& value, Base::Property<V>& property) {
+    Util::ScopedRecursiveWriteLock lock(lockRef());
+    OwnerWrite ownerWrite(*this, property.getKey());
+    if (!property.isModifiable()) return false;
+    if (!(property.getPropertyValue() != value)) return true;
+    return property.setPropertyValue(value);
+}
+
+}  // namespace Kivo::Data
+
+#endif  // QESSERVICEDATALIB_DATA_XOBJECT_H

@@ -1,0 +1,393 @@
+#include "Data/Element.h"
+
+#include <algorithm>
+
+#include <Poco/Bugcheck.h>
+#include <Poco/Exception.h>
+
+#include "Data/AbstractResource.h"
+#include "Data/OptionalProperty.h"
+#include "DataChangedDispatcher.h"
+#include "Logging/Log.h"
+
+namespace Kivo::Data {
+
+using Base::PropertyBase;
+using Base::PropertyEventPayload;
+using Base::PropertyKey;
+using Util::ScopedRecursiveReadLock;
+using Util::ScopedRecursiveWriteLock;
+
+namespace {
+
+const char* const INIT_FAILED = "Failed to initialise element from JSON: ";
+
+// Disables an event for a scope, enabling it again on every exit.
+class EventDisabled {
+public:
+    explicit EventDisabled(Poco::BasicEvent<IElementDataChangedSource::DataChangedEventPayload>& event)
+        : m_event(event) {
+        m_event.disable();
+    }
+    EventDisabled(const EventDisabled&) = delete;
+    EventDisabled& operator=(const EventDisabled&) = delete;
+    ~EventDisabled() { m_event.enable(); }
+
+private:
+    Poco::BasicEvent<IElementDataChangedSource::DataChangedEventPayload>& m_event;
+};
+
+}  // namespace
+
+IElementDataChangedSource::DataChangedEventPayload::DataChangedEventPayload(
+    const Element& element, const std::string& key)
+    : sourceElementId(element.getIdentification()) {
+    if (!key.empty()) sourcePropertyKeys.insert(key);
+}
+
+void IElementDataChangedSource::DataChangedEventPayload::addSourcePropertyKeys(
+    const KeyCollection& keys) {
+    sourcePropertyKeys.insert(keys.begin(), keys.end());
+}
+
+IElementDataChangedSource::DataChangedEvent::Delegates
+IElementDataChangedSource::DataChangedEvent::copyDelegates() const {
+    Poco::FastMutex::ScopedLock lock(_mutex);
+    return _strategy;
+}
+
+Element::Element(const std::string& typeName, AbstractResource& resource)
+    : XObject(Type(typeName, resource), Base::PropertyValueString(std::string()),
+              Base::PropertyValueUuid()),
+      m_resource(&resource),
+      m_dataChangedTarget(std::make_shared<DataChangedTarget>(DataChanged)) {}
+
+Element::Element(const std::string& typeName, AbstractResource& resource,
+                 const Base::PropertyValueString& name, const Base::PropertyValueUuid& id)
+    : XObject(Type(typeName, resource), name, id),
+      m_resource(&resource),
+      m_dataChangedTarget(std::make_shared<DataChangedTarget>(DataChanged)) {
+    if (!adjustElementUri()) {
+        QES_LOG_ERROR("Failed to initalise Element!");
+        throw Poco::DataException("Failed to initalise Element!");
+    }
+}
+
+Element::Element(const Element& other)
+    : XObject(other),
+      IElementDataChangedSource(),
+      m_resource(other.m_resource),
+      m_dataChangedTarget(std::make_shared<DataChangedTarget>(DataChanged)) {}
+
+Element::~Element() {
+    try {
+        unregisterAllProperties();
+        {
+            ScopedRecursiveWriteLock lock(lockRef());
+            m_optionalProperties.clear();
+        }
+        // Raises still queued, the destructor's own among them, go to today's subscribers. The
+        // event is not cleared: clearing would disable the delegates those deliveries hold.
+        m_dataChangedTarget->detach();
+        OptionalPropertySet.clear();
+    } catch (...) {
+        poco_unexpected();
+    }
+}
+
+Poco::JSON::Object::Ptr Element::toJSON(int depth) const {
+    return depth < 0 ? XObject::toJSON(0) : Object::toJSON(depth);
+}
+
+Poco::JSON::Object::Ptr Element::toJSON(const std::vector<std::string>& expand) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object();
+    for (PropertyBase* property : getProperties()) {
+        const bool expanded =
+            std::find(expand.begin(), expand.end(), property->getKey()) != expand.end();
+        json->set(property->getKey(), property->toJSON(expanded ? 1 : 0));
+    }
+    return json;
+}
+
+bool Element::isGetAllowed() const { return true; }
+
+bool Element::isPostAllowed(const PropertyKey&) const { return false; }
+
+bool Element::checkWriteAccess(const PropertyKey& key) const {
+    return isChangedByOwner(key) || isPostAllowed(key);
+}
+
+OptionalPropertyBase* Element::findOptional(const PropertyKey& key) const {
+    const auto entry = m_optionalProperties.find(key);
+    return entry == m_optionalProperties.end() ? nullptr : entry->second;
+}
+
+OperationResult Element::setProperty(const PropertyKey& key, const std::string& value) {
+    if (!isPostAllowed(key)) {
+        QES_LOG_ERROR("Element::setProperty: no write access for property " << key);
+        return OperationResult(OperationResult::FORBIDDEN);
+    }
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (!knowsProperty(key)) {
+        QES_LOG_ERROR(getType().name << "::setProperty: request with unknown property " << key);
+        return OperationResult(OperationResult::UNKNOWN_PROPERTY);
+    }
+    bool accepted = false;
+    if (PropertyBase* property = findProperty(key)) {
+        accepted = property->setValueFromString(value);
+    } else {
+        OptionalPropertyBase* optional = findOptional(key);
+        if (optional == nullptr || !optional->isNull()) {
+            const std::string message = getType().name + "::setProperty: optional property " +
+                                        key + " was not properly registered!";
+            poco_bugcheck_msg(message.c_str());
+        }
+        accepted = optional->setValueFromString(value);
+    }
+    return OperationResult(accepted ? OperationResult::OK : OperationResult::INVALID_VALUE);
+}
+
+OperationResult Element::removeProperty(const PropertyKey& key) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (OptionalPropertyBase* optional = findOptional(key)) {
+        optional->clear();
+        QES_LOG_TRACE(getType().name << "::removeProperty: deleted property " << key);
+        return OperationResult(OperationResult::OK);
+    }
+    if (!knowsProperty(key)) {
+        QES_LOG_ERROR(getType().name << "::removeProperty: request for unknown property " << key);
+        return OperationResult(OperationResult::UNKNOWN_PROPERTY);
+    }
+    PropertyBase* property = findProperty(key);
+    if (property == nullptr) {
+        QES_LOG_WARNING(getType().name << "::removeProperty: tried to delete non-existing property "
+                                       << key);
+        return OperationResult(OperationResult::NOT_FOUND);
+    }
+    // Removal is the owner's operation: it does not depend on client write access.
+    OwnerWrite ownerWrite(*this, key);
+    if (!property->clear()) {
+        QES_LOG_ERROR(getType().name << "::removeProperty: action is not available for property "
+                                     << key);
+        return OperationResult(OperationResult::PROCESSING_ERROR);
+    }
+    QES_LOG_TRACE(getType().name << "::removeProperty: deleted property " << key);
+    return OperationResult(OperationResult::OK);
+}
+
+OperationResult Element::updateByJSON(const Poco::JSON::Object* json) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (json == nullptr) {
+        QES_LOG_ERROR(getType().name << "::updateByJSON: JSON object is null pointer");
+        return OperationResult(OperationResult::PROCESSING_ERROR);
+    }
+    KeyCollection changed;
+    const OperationResult checked = validateUpdate(*json, changed);
+    if (!checked.isSuccess()) return checked;
+    if (changed.empty()) {
+        QES_LOG_DEBUG(getType().name
+                      << "::updateByJSON: element is identical. No change required.");
+        return OperationResult(OperationResult::NO_UPDATE);
+    }
+    applyUpdate(*json, changed);
+    return OperationResult(OperationResult::OK);
+}
+
+OperationResult Element::validateUpdate(const Poco::JSON::Object& json,
+                                        KeyCollection& changed) const {
+    const std::string& typeName = getType().name;
+    for (const std::string& key : json.getNames()) {
+        if (!knowsProperty(key)) {
+            QES_LOG_ERROR(typeName << "::updateByJSON: property " << key << " is not known for "
+                                   << typeName);
+            return OperationResult(OperationResult::NOT_FOUND);
+        }
+        if (!isPostAllowed(key)) {
+            QES_LOG_ERROR(typeName << "::updateByJSON: update of property " << key
+                                   << " is not allowed");
+            return OperationResult(OperationResult::FORBIDDEN);
+        }
+        const std::string text = memberText(json.get(key));
+        bool valid = false;
+        if (const PropertyBase* property = findProperty(key)) {
+            const Base::PropertyValueBase& value = property->getPropertyValueBase();
+            if (value.toString() == text) {
+                QES_LOG_TRACE(typeName << "::updateByJSON: value of property " << key
+                                       << " does not change");
+                continue;
+            }
+            valid = value.isValidStringValue(text);
+        } else {
+            const OptionalPropertyBase* optional = findOptional(key);
+            if (optional == nullptr || !optional->isNull()) {
+                QES_LOG_ERROR(typeName << "::updateByJSON: property " << key << " is unknown");
+                return OperationResult(OperationResult::UNKNOWN_PROPERTY,
+                                       "property " + key + " is unknown");
+            }
+            valid = optional->isValidValue(text);
+        }
+        if (!valid) {
+            QES_LOG_ERROR(typeName << "::updateByJSON: property " << key
+                                   << " has an invalid value");
+            return OperationResult(OperationResult::INVALID_VALUE);
+        }
+        changed.insert(key);
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+void Element::applyUpdate(const Poco::JSON::Object& json, const KeyCollection& changed) {
+    {
+        // Each write would raise its own DataChanged; one event lists them all instead.
+        EventDisabled disabled(DataChanged);
+        for (const std::string& key : changed) {
+            if (!setProperty(key, memberText(json.get(key))).isSuccess()) {
+                throw Poco::BugcheckException("Failed to post property " + key + " for element " +
+                                              getType().name + " besides successful type-check!");
+            }
+        }
+    }
+    DataChangedEventPayload payload(*this, std::string());
+    payload.setSourcePropertyKeys(changed);
+    raiseDataChanged(payload);
+}
+
+OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
+    if (json == nullptr) {
+        QES_LOG_ERROR(INIT_FAILED << " JSON object is null pointer");
+        return OperationResult(OperationResult::PROCESSING_ERROR);
+    }
+    for (const std::string& name : json->getNames()) {
+        if (!knowsProperty(name)) {
+            QES_LOG_ERROR(INIT_FAILED << " JSON object for " << getType().name
+                                      << " has unknown property " << name);
+            return OperationResult(OperationResult::UNKNOWN_PROPERTY);
+        }
+    }
+    {
+        ScopedRecursiveWriteLock lock(lockRef());
+        for (const PropertyKey& key : getKnownPropertyKeys()) {
+            if (!json->has(key) || json->get(key).isEmpty()) continue;
+            const OperationResult result =
+                initPropertyFromMember(key, findProperty(key), memberText(json->get(key)));
+            if (!result.isSuccess()) return result;
+        }
+    }
+    // Outside the element's lock: the resource's lock is taken before the element's.
+    if (!adjustElementUri()) {
+        QES_LOG_ERROR("Failed to adjust Element uri!");
+        return OperationResult(OperationResult::PROCESSING_ERROR);
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+OperationResult Element::initPropertyFromMember(const PropertyKey& key, PropertyBase* property,
+                                                const std::string& text) {
+    if (property != nullptr) {
+        if (setOwnPropertyValueFromString(text, *property)) {
+            return OperationResult(OperationResult::OK);
+        }
+        QES_LOG_ERROR(INIT_FAILED << key << " property has invalid value");
+        return OperationResult(OperationResult::INVALID_VALUE);
+    }
+    const auto entry = m_optionalProperties.find(key);
+    if (entry == m_optionalProperties.end()) {
+        throw Poco::AssertionViolationException(
+            "Undefined property is not found in list of optional properties!");
+    }
+    if (entry->second == nullptr || !setOwnPropertyValueFromString(text, *entry->second)) {
+        QES_LOG_ERROR(INIT_FAILED << key << ": could not be initalised");
+        return OperationResult(OperationResult::INVALID_VALUE);
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+bool Element::registerOptionalProperty(OptionalPropertyBase* optional) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (!m_optionalProperties.emplace(optional->key, optional).second) return false;
+    if (!registerProperty(optional->key, nullptr)) {
+        m_optionalProperties.erase(optional->key);
+        return false;
+    }
+    return true;
+}
+
+bool Element::setOwnPropertyValueFromString(const std::string& text,
+                                            OptionalPropertyBase& optional) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    OwnerWrite ownerWrite(*this, optional.key);
+    return optional.setValueFromString(text);
+}
+
+bool Element::adjustElementUri() {
+    if (m_resource == nullptr) return false;
+    std::string resourceUri;
+    {
+        Base::PropertyLockGuard guard(m_resource->getUri(), false);
+        if (m_resource->getUri().getValue().empty()) return false;
+        resourceUri = m_resource->getUri().getValue().toString();
+    }
+    try {
+        return setUri(Base::PropertyValueUri(resourceUri + "/" + getIdentification().toString()));
+    } catch (const Poco::SyntaxException&) {
+        return false;
+    }
+}
+
+void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
+    const PropertyBase* source = payload.getSourceProperty();
+    if (source == nullptr) {
+        QES_LOG_ERROR(getType().name << "::onPropertyValueChanged: source property is nullptr");
+        return;
+    }
+    ScopedRecursiveWriteLock lock(lockRef());
+    const PropertyKey& key = source->getKey();
+    if (!DataChanged.isEnabled()) {
+        QES_LOG_TRACE(getType().name << " - property '" << key << "': notification disabled");
+        return;
+    }
+    bool changed = false;
+    if (payload.getEvent() == PropertyEventPayload::PROPERTY_VALUE_CHANGED) {
+        OptionalPropertyBase* optional = findOptional(key);
+        if (optional != nullptr && !optional->isNull() && optional->isInitialValue()) {
+            OptionalPropertySetEventPayload setPayload(*payload.getSourceProperty());
+            OptionalPropertySet.notify(this, setPayload);
+        }
+        changed = payload.getPreviousValue() != source->getPropertyValueBase().getGenericValue();
+    } else if (payload.getEvent() == PropertyEventPayload::PROPERTY_OWNER_CHANGED) {
+        changed = source->getParent() != this;
+    }
+    if (changed) {
+        QES_LOG_TRACE(getType().name << "::onPropertyValueChanged: property '" << key
+                                     << "' has changed");
+        raiseDataChanged(DataChangedEventPayload(*this, key));
+    } else {
+        QES_LOG_TRACE(getType().name << "::onPropertyValueChanged: property '" << key
+                                     << "' is unchanged");
+    }
+}
+
+void Element::onPropertyDestroyed(const PropertyEventPayload& payload) {
+    const PropertyBase* source = payload.getSourceProperty();
+    if (source == nullptr) {
+        QES_LOG_ERROR(getType().name << "::onPropertyDestroyed: source property is nullptr");
+        return;
+    }
+    ScopedRecursiveReadLock lock(lockRef());
+    const PropertyKey& key = source->getKey();
+    if (!DataChanged.isEnabled()) {
+        QES_LOG_TRACE(getType().name << " - property '" << key << "': notification disabled");
+        return;
+    }
+    if (payload.getEvent() != PropertyEventPayload::PROPERTY_DESTROYED) poco_bugcheck();
+    QES_LOG_TRACE(getType().name << "::onPropertyDestroyed: property '" << key << "'");
+    raiseDataChanged(DataChangedEventPayload(*this, key));
+}
+
+void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
+    if (!DataChanged.isEnabled()) return;
+    DataChangedDispatcher::instance().post(m_dataChangedTarget, this, payload);
+}
+
+}  // namespace Kivo::Data

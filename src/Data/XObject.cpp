@@ -1,0 +1,173 @@
+#include "Data/XObject.h"
+
+#include <exception>
+
+#include <Poco/Exception.h>
+
+#include "Logging/Log.h"
+
+namespace Kivo::Data {
+
+using Base::PropertyValueString;
+using Base::PropertyValueUri;
+using Base::PropertyValueUuid;
+using Util::ScopedRecursiveReadLock;
+using Util::ScopedRecursiveWriteLock;
+
+const std::string XObject::KEY_ID = "id";
+const std::string XObject::KEY_NAME = "name";
+const std::string XObject::KEY_URI = "uri";
+
+XObject::OwnerWrite::OwnerWrite(XObject& object, const Base::PropertyKey& key) : m_object(object) {
+    m_object.m_toBeModified = key;
+}
+
+XObject::OwnerWrite::~OwnerWrite() { m_object.m_toBeModified.clear(); }
+
+XObject::XObject(const Type& type)
+    : Object(type, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
+      m_uuid(KEY_ID, this, PropertyValueUuid(Poco::UUID::null())),
+      m_name(KEY_NAME, this, PropertyValueString(std::string())),
+      m_uri(KEY_URI, this, PropertyValueUri()) {
+    registerOwnProperties();
+}
+
+XObject::XObject(const Type& type, const PropertyValueString& name, const PropertyValueUuid& id)
+    : Object(type, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
+      m_uuid(KEY_ID, this, id),
+      m_name(KEY_NAME, this, name),
+      m_uri(KEY_URI, this, PropertyValueUri(type.path + id.getValue().toString())) {
+    registerOwnProperties();
+}
+
+XObject::XObject(const Type& type, const Poco::JSON::Object* json) : XObject(type) {
+    if (!initXObjectFromJSON(json).isSuccess()) {
+        throw Poco::DataException("Failed to initialise XObject from JSON object!");
+    }
+}
+
+XObject::XObject(const XObject& other)
+    : Object(other, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
+      m_uuid(other.m_uuid, this),
+      m_name(other.m_name, this),
+      m_uri(other.m_uri, this) {
+    registerOwnProperties();
+}
+
+XObject::~XObject() {
+    try {
+        Destroyed.notify(this, *this);
+    } catch (...) {
+        poco_unexpected();
+    }
+}
+
+void XObject::registerOwnProperties() {
+    registerProperty(KEY_ID, &m_uuid);
+    registerProperty(KEY_NAME, &m_name);
+    registerProperty(KEY_URI, &m_uri);
+}
+
+Poco::UUID XObject::getIdentification() const {
+    ScopedRecursiveReadLock lock(lockRef());
+    return m_uuid.getValue();
+}
+
+Poco::JSON::Object::Ptr XObject::toJSON(int) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object();
+    json->set(m_uuid.getKey(), m_uuid.toJSON(0));
+    json->set(m_name.getKey(), m_name.toJSON(0));
+    json->set(m_uri.getKey(), m_uri.toJSON(0));
+    return json;
+}
+
+bool XObject::operator==(const XObject& other) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    return m_uuid.getValue() == other.m_uuid.getValue();
+}
+
+bool XObject::operator!=(const XObject& other) const { return !(*this == other); }
+
+bool XObject::operator<(const XObject& other) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    const int byName = m_name.getValue().compare(other.m_name.getValue());
+    if (byName != 0) return byName < 0;
+    return m_uuid.getValue() < other.m_uuid.getValue();
+}
+
+bool XObject::operator>(const XObject& other) const {
+    ScopedRecursiveReadLock lock(lockRef());
+    const int byName = m_name.getValue().compare(other.m_name.getValue());
+    if (byName != 0) return byName > 0;
+    return m_uuid.getValue() > other.m_uuid.getValue();
+}
+
+bool XObject::checkWriteAccess(const Base::PropertyKey& key) const { return isChangedByOwner(key); }
+
+bool XObject::isChangedByOwner(const Base::PropertyKey& key) const {
+    // The read lock waits out any owner write in progress on another thread, so an outside
+    // writer can never observe the key of someone else's owner write.
+    ScopedRecursiveReadLock lock(lockRef());
+    return key == m_toBeModified;
+}
+
+bool XObject::setId(const PropertyValueUuid& id) { return setOwnPropertyValue(id, m_uuid); }
+
+bool XObject::setName(const PropertyValueString& name) {
+    return setOwnPropertyValue(name, m_name);
+}
+
+bool XObject::setUri(const PropertyValueUri& uri) { return setOwnPropertyValue(uri, m_uri); }
+
+bool XObject::setOwnPropertyValueFromString(const std::string& text,
+                                            Base::PropertyBase& property) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    OwnerWrite ownerWrite(*this, property.getKey());
+    return property.setValueFromString(text);
+}
+
+OperationResult XObject::initXObjectFromJSON(const Poco::JSON::Object* json) {
+    if (json == nullptr) {
+        QES_LOG_ERROR("Tried to initialise XObject properties from NULL-Pointer");
+        return OperationResult(OperationResult::PROCESSING_ERROR);
+    }
+    ScopedRecursiveWriteLock lock(lockRef());
+    OperationResult result(OperationResult::OK);
+    for (Base::PropertyBase* property : {static_cast<Base::PropertyBase*>(&m_uuid),
+                                         static_cast<Base::PropertyBase*>(&m_name),
+                                         static_cast<Base::PropertyBase*>(&m_uri)}) {
+        result = initPropertyFromJSON(json, *property);
+        if (!result.isSuccess()) break;
+    }
+    return result;
+}
+
+OperationResult XObject::initPropertyFromJSON(const Poco::JSON::Object* json,
+                                              Base::PropertyBase& property) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    const Base::PropertyKey& key = property.getKey();
+    try {
+        if (!json->has(key) || json->get(key).isEmpty()) {
+            QES_LOG_ERROR("Failed to init property " << key << " for " << getType().name
+                                                     << ": not found in JSON Object.");
+            return OperationResult(OperationResult::UNKNOWN_PROPERTY);
+        }
+        if (!setOwnPropertyValueFromString(memberText(json->get(key)), property)) {
+            QES_LOG_ERROR("Failed to init property " << key << " for " << getType().name
+                                                     << ": invalid value");
+            return OperationResult(OperationResult::INVALID_VALUE);
+        }
+        return OperationResult(OperationResult::OK);
+    } catch (const std::exception& error) {
+        QES_LOG_ERROR("Failed to init property " << key << error.what());
+        throw;
+    }
+}
+
+std::string XObject::memberText(const Poco::Dynamic::Var& member) {
+    if (member.isString()) return member.extract<std::string>();
+    return member.convert<std::string>();
+}
+
+}  // namespace Kivo::Data

@@ -1,0 +1,124 @@
+#ifndef QESSERVICEDATALIB_TESTS_DATA_ELEMENTFIXTURE_H
+#define QESSERVICEDATALIB_TESTS_DATA_ELEMENTFIXTURE_H
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <Poco/Delegate.h>
+
+#include "Data/AbstractResource.h"
+#include "Data/Element.h"
+#include "Data/OptionalProperty.h"
+#include "Data/Service.h"
+
+namespace Kivo::Test {
+
+using Data::Base::PropertyValueNumberBase;
+using Data::Base::PropertyValueString;
+using Data::Base::PropertyValueUuid;
+
+// A resource with a fixed name that registers itself at its service.
+class TestResource : public Data::AbstractResource {
+public:
+    TestResource(Data::Service& service, const std::string& name)
+        : AbstractResource(service, name, name, PropertyValueUuid()) {
+        init();
+    }
+};
+
+// An element with plain, array and optional properties. Clients may write the keys in
+// `writable` (all but "readonly" by default).
+//   count: integer 0..100; title: text; readonly: text; tags: string array;
+//   note: optional text; level: optional integer 1..5.
+class TestElement : public Data::Element {
+public:
+    explicit TestElement(Data::AbstractResource& resource)
+        : Element("Item", resource),
+          count("count", this, PropertyValueNumberBase<long>(0, 0, 100, {})),
+          title("title", this, PropertyValueString("untitled")),
+          readonly("readonly", this, PropertyValueString("fixed")),
+          tags("tags", this,
+               Data::Base::PropertyValueArray<PropertyValueString>(PropertyValueString(""))),
+          note("note", *this),
+          level("level", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
+        for (Data::Base::PropertyBase* property :
+             {static_cast<Data::Base::PropertyBase*>(&count),
+              static_cast<Data::Base::PropertyBase*>(&title),
+              static_cast<Data::Base::PropertyBase*>(&readonly),
+              static_cast<Data::Base::PropertyBase*>(&tags)}) {
+            property->registerAtOwner();
+        }
+    }
+
+    bool isPostAllowed(const Data::Base::PropertyKey& key) const override {
+        return writable.count(key) != 0;
+    }
+
+    using Element::initElementFromJSON;
+    using Element::registerProperty;
+
+    std::set<std::string> writable{"count", "title", "tags", "note", "level"};
+    Data::Base::PropertyInteger count;
+    Data::Base::PropertyString title;
+    Data::Base::PropertyString readonly;
+    Data::Base::PropertyStringArray tags;
+    Data::OptionalProperty<PropertyValueString> note;
+    Data::OptionalProperty<PropertyValueNumberBase<long>> level;
+};
+
+// A service with one resource, the usual parent of test elements.
+struct ElementTree {
+    Data::Service service{"Media", "test service", 8080, PropertyValueUuid()};
+    TestResource resource{service, "Tracks"};
+};
+
+// Collects DataChanged deliveries and waits for them with a bounded timeout.
+class DataChangedRecorder {
+public:
+    typedef Data::IElementDataChangedSource::DataChangedEventPayload Payload;
+
+    void subscribe(Data::Element& element) {
+        element.DataChanged += Poco::delegate(this, &DataChangedRecorder::onDataChanged);
+    }
+    void unsubscribe(Data::Element& element) {
+        element.DataChanged -= Poco::delegate(this, &DataChangedRecorder::onDataChanged);
+    }
+
+    void onDataChanged(const void*, Payload& payload) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_payloads.push_back(payload);
+        m_arrived.notify_all();
+    }
+
+    // True once at least `count` deliveries arrived, false after the timeout.
+    bool waitFor(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+        return waitUntil([count](const std::vector<Payload>& payloads) {
+            return payloads.size() >= count;
+        }, timeout);
+    }
+
+    // True once `done` holds for the deliveries so far, false after the timeout.
+    template <typename Predicate>
+    bool waitUntil(Predicate done, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_arrived.wait_for(lock, timeout, [&] { return done(m_payloads); });
+    }
+
+    std::vector<Payload> payloads() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_payloads;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_arrived;
+    std::vector<Payload> m_payloads;  // guarded by m_mutex
+};
+
+}  // namespace Kivo::Test
+
+#endif  // QESSERVICEDATALIB_TESTS_DATA_ELEMENTFIXTURE_H
