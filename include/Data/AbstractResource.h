@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_DATA_ABSTRACTRESOURCE_H
 #define QESSERVICEDATALIB_DATA_ABSTRACTRESOURCE_H
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,6 +37,9 @@ public:
 // service's elements of one kind. The service does not own it; a concrete resource calls
 // init() once it is fully built, which registers it at the service under its name, and the
 // destructor unregisters it. The service must outlive the resource.
+//
+// The resource shares its service's lock from construction on and observes its elements'
+// events once registerElementEvents was called for them.
 class AbstractResource : public XObject, public IContainerObject {
 public:
     typedef Poco::SharedPtr<Element> Ptr;
@@ -64,8 +68,20 @@ public:
     virtual OperationResult updateElementFromJSON(const Poco::UUID& id,
                                                   const Poco::JSON::Object* json);
     virtual OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements);
+    // The resource description: id, name, uri and description (the shape
+    // initResourceFromJSON reads), whatever the depth.
+    Poco::JSON::Object::Ptr toJSON(int depth) const override;
+    // The description, plus "elements" (as getDataAsJSON(depth) lists them) when asked.
+    virtual Poco::JSON::Object::Ptr toJSON(bool withElements, int depth) const;
     // {"elements": [...]}: every element (getElements from 0 to size()) at `depth`.
     Poco::JSON::Object::Ptr getDataAsJSON(int depth) const override;
+    // {"elements": [...]}: every element with the keys in `expand` expanded
+    // (Element::toJSON(expand)).
+    virtual Poco::JSON::Object::Ptr getDataAsJSON(const std::vector<std::string>& expand) const;
+    // Reads the resource description: every registered property ("id", "name", "uri",
+    // "description" and any the concrete resource adds) is required. Stops at the first
+    // failure with its code (UNKNOWN_PROPERTY, INVALID_VALUE), keeping what was set before it.
+    virtual OperationResult initResourceFromJSON(const Poco::JSON::Object* json);
 
     // Keys a new element must carry; none in the base.
     virtual std::set<Base::PropertyKey> getRequiredProperties() const;
@@ -75,6 +91,10 @@ public:
     virtual bool isPostAllowed() const;
     virtual bool isPostAllowed(const Base::PropertyKey& key) const;
     virtual bool isDeleteAllowed() const;
+
+    // Called on a pool thread for every DataChanged of an element whose events the resource
+    // observes (registerElementEvents); does nothing in the base.
+    virtual void onElementDataChanged(Element::DataChangedEventPayload& payload);
 
     // Registers at the service. Throws Poco::AssertionViolationException("Failed to register
     // resource <name> to parent service <service>") when the name is taken.
@@ -88,8 +108,16 @@ protected:
     AbstractResource(Service& service, const std::string& typeName, const std::string& name,
                      const Base::PropertyValueUuid& id);
 
+    // Observe / stop observing an element's DataChanged and OptionalPropertySet events. A
+    // concrete resource calls these as it adds and removes elements; stop observing before the
+    // element is destroyed.
+    void registerElementEvents(Element& element);
+    void unregisterElementEvents(Element& element);
 private:
     void registerOwnProperties();
+    void onDataChanged(Element::DataChangedEventPayload& payload);
+    Poco::JSON::Object::Ptr elementsAsJSON(
+        const std::function<Poco::JSON::Object::Ptr(const Element&)>& render) const;
 
     Service& m_service;
     Base::PropertyString m_description;

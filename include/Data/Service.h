@@ -5,48 +5,122 @@
 #include <map>
 #include <string>
 
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/UUID.h>
+
+#include "Data/AbstractResource.h"
 #include "Data/Base/Property.h"
 #include "Data/XObject.h"
 
 namespace Kivo::Data {
 
-class AbstractResource;
-
 // The root object of one service: an XObject whose type is the service name (so its URI is
-// "/" + name), with its descriptive properties and the map of its resources by name. The
-// service does not own its resources; they register and unregister themselves and must be
-// destroyed before it.
-class Service : public XObject {
+// "/" + name), with its descriptive properties ("description", "port", "serviceCategories",
+// "privileges", "versions"; with "id", "name" and "uri" eight in all) and the map of its
+// resources by name.
+//
+// The service does not own its resources: they register themselves (AbstractResource::init)
+// and unregister when destroyed, and must be destroyed before the service. Lookups take the
+// service's read lock, initialisation and registration its write lock. Lock order in a tree
+// whose objects do not share one lock: service, then resource, then element.
+//
+// Initialisation from JSON reports failure as false with one error line; nothing is thrown
+// for bad input except by initFromJSON, which logs and rethrows what the JSON or value
+// libraries throw.
+class Service : public XObject, public IContainerObject {
 public:
     typedef std::map<std::string, AbstractResource*> ResourceMap;
 
     static const std::string KEY_DESCRIPTION;
     static const std::string KEY_PORT;
+    static const std::string KEY_SERVICE_CATEGORIES;
+    static const std::string KEY_PRIVILEGES;
+    static const std::string KEY_VERSIONS;
 
+    // `name` is the service's type name, its name and its URI's one segment. The port accepts
+    // 0 to 65535 later on too.
     Service(const std::string& name, const std::string& description, std::uint16_t port,
             const Base::PropertyValueUuid& id);
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
-    // Logs a critical line when resources are still registered.
+    // Logs a critical line when resources are still registered; deletes none of them.
     ~Service() override;
 
     const Base::PropertyString& getDescription() const { return m_description; }
     const Base::PropertyInteger& getPort() const { return m_port; }
+    const Base::PropertyStringArray& getPrivileges() const { return m_privileges; }
+    const Base::PropertyVersionArray& getVersions() const { return m_versions; }
+    const Base::PropertyServiceCategoryArray& getServiceCategories() const {
+        return m_serviceCategories;
+    }
+    // REQUIRES: the read lock while other threads register resources.
+    const ResourceMap& getResources() const { return m_resources; }
+    // Whether initFromJSON has succeeded once.
+    bool isInitialisedFromJSON() const;
 
     // The resource registered under `name`, compared case-insensitively, or null.
     AbstractResource* getResource(const std::string& name) const;
-    // Registers `resource` under its name (case-sensitive); false, with an error line, when
-    // the name is taken.
+
+    // Reads the service description: every one of the eight properties is required and must
+    // be valid; the name must equal the service's type name and the URI must be "/" + name.
+    // On false the properties set before the failure keep their new values.
+    bool initFromJSON(const Poco::JSON::Object* json);
+    // Initialises each resource of `resources` (resource descriptions, see
+    // initResourceFromJSON) in order, stopping at the first failure.
+    bool initResourcesFromJSON(const Poco::JSON::Array* resources);
+    // Loads the elements of several resources: each entry is {"name": <resource name>,
+    // "elements": [<element JSON>, ...]}; stops at the first failure.
+    bool initServiceResourcesfromJSON(const Poco::JSON::Array* resources);
+    // Initialises the resource named by the object's "name" member (looked up
+    // case-insensitively, else made by createOptionalResource) from the object.
+    bool initResourceFromJSON(const Poco::JSON::Object* resource);
+    // Loads `elements` into the resource named `name` (AbstractResource::
+    // initResourceDataFromJSON).
+    bool initResourceDataFromJSON(const std::string& name, const Poco::JSON::Array* elements);
+
+    // Called by AbstractResource: files `resource` under its name (case-sensitive). False, with
+    // an error line, when the name is taken.
     bool registerResource(AbstractResource* resource);
-    // Removes `resource` if it is the one registered under its name; false otherwise.
+    // Removes `resource` if it is the one filed under its name (compared case-insensitively);
+    // false otherwise, so a resource whose registration failed cannot remove the one that
+    // holds its name.
     bool unregisterResource(AbstractResource* resource);
+
+    // Owner-side additions to the array properties: false when the text fails the array's
+    // element format (service categories, versions).
+    bool addServiceCategory(const std::string& category);
+    bool addPrivilege(const std::string& privilege);
+    bool addVersion(const std::string& version);
+    // Replaces the id through the owner-side write.
+    void updateServiceId(const Poco::UUID& id);
+
+    // The service description: every property at `depth`, the shape initFromJSON reads.
+    Poco::JSON::Object::Ptr toJSON(int depth) const override;
+    // The description plus "resources": each resource's AbstractResource::toJSON(
+    // withElements, depth), in resource name order.
+    Poco::JSON::Object::Ptr getDataAsJSON(bool withElements, int depth) const;
+    // getDataAsJSON(false, depth).
+    Poco::JSON::Object::Ptr getDataAsJSON(int depth) const override;
+
+protected:
+    // Makes a resource that exists only on demand, or answers null (the base answer). The
+    // derived service owns what it makes; the resource registers itself with init().
+    virtual AbstractResource* createOptionalResource(const std::string& name);
 
 private:
     ResourceMap::const_iterator findResource(const std::string& name) const;
+    AbstractResource* findOrCreateResource(const std::string& name);
+    bool initAllPropertiesFromJSON(const Poco::JSON::Object& json);
+    bool hasValidNameAndUri() const;
 
-    ResourceMap m_resources;  // guarded by the write lock; not owned
+    ResourceMap m_resources;  // guarded by the lock; not owned
     Base::PropertyString m_description;
     Base::PropertyInteger m_port;
+    Base::PropertyServiceCategoryArray m_serviceCategories;
+    Base::PropertyStringArray m_privileges;
+    Base::PropertyVersionArray m_versions;
+    bool m_isInitialisedFromJSON = false;  // guarded by the lock
 };
 
 }  // namespace Kivo::Data

@@ -1,11 +1,14 @@
 #include "Data/AbstractResource.h"
 
+#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 
 #include "Data/Service.h"
 #include "Logging/Log.h"
 
 namespace Kivo::Data {
+
+using Util::ScopedRecursiveWriteLock;
 
 const std::string AbstractResource::KEY_DESCRIPTION = "description";
 
@@ -37,6 +40,8 @@ AbstractResource::~AbstractResource() {
 }
 
 void AbstractResource::registerOwnProperties() {
+    // One lock guards the whole tree: service, resources and the elements they hold.
+    adoptPropertyLock(m_service);
     registerProperty(KEY_DESCRIPTION, &m_description);
     setUri(Base::PropertyValueUri(getType().path + getType().name));
 }
@@ -80,15 +85,70 @@ OperationResult AbstractResource::initResourceDataFromJSON(const Poco::JSON::Arr
     return OperationResult(OperationResult::INVALID_OPERATION);
 }
 
-Poco::JSON::Object::Ptr AbstractResource::getDataAsJSON(int depth) const {
+Poco::JSON::Object::Ptr AbstractResource::toJSON(int depth) const { return Object::toJSON(depth); }
+
+Poco::JSON::Object::Ptr AbstractResource::toJSON(bool withElements, int depth) const {
+    Poco::JSON::Object::Ptr json = toJSON(depth);
+    if (withElements) json->set("elements", getDataAsJSON(depth)->getArray("elements"));
+    return json;
+}
+
+Poco::JSON::Object::Ptr AbstractResource::elementsAsJSON(
+    const std::function<Poco::JSON::Object::Ptr(const Element&)>& render) const {
     Poco::JSON::Array::Ptr elements = new Poco::JSON::Array();
     ElementQueryResult all;
     if (getElements(all, 0, static_cast<int>(size())).isSuccess()) {
-        for (const Ptr& element : all) elements->add(element->toJSON(depth));
+        for (const Ptr& element : all) elements->add(render(*element));
     }
     Poco::JSON::Object::Ptr json = new Poco::JSON::Object();
     json->set("elements", elements);
     return json;
+}
+
+Poco::JSON::Object::Ptr AbstractResource::getDataAsJSON(int depth) const {
+    return elementsAsJSON([depth](const Element& element) { return element.toJSON(depth); });
+}
+
+Poco::JSON::Object::Ptr AbstractResource::getDataAsJSON(
+    const std::vector<std::string>& expand) const {
+    return elementsAsJSON([&expand](const Element& element) { return element.toJSON(expand); });
+}
+
+OperationResult AbstractResource::initResourceFromJSON(const Poco::JSON::Object* json) {
+    static const char* const FAILED = "Failed to initialise resource object from JSON: ";
+    if (json == nullptr) {
+        QES_LOG_ERROR(FAILED << " JSON object is null pointer");
+        return OperationResult(OperationResult::PROCESSING_ERROR);
+    }
+    ScopedRecursiveWriteLock lock(lockRef());
+    for (const Base::PropertyKey& key : getKnownPropertyKeys()) {
+        Base::PropertyBase* property = findProperty(key);
+        if (property == nullptr) {
+            QES_LOG_ERROR(FAILED << " property " << key
+                                 << " is not properly registered for Service " << getType().name);
+            return OperationResult(OperationResult::PROCESSING_ERROR);
+        }
+        const OperationResult result = initPropertyFromJSON(json, *property);
+        if (!result.isSuccess()) {
+            QES_LOG_ERROR(FAILED << " could not initialise property " << key);
+            return result;
+        }
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+void AbstractResource::onElementDataChanged(Element::DataChangedEventPayload&) {}
+
+void AbstractResource::onDataChanged(Element::DataChangedEventPayload& payload) {
+    onElementDataChanged(payload);
+}
+
+void AbstractResource::registerElementEvents(Element& element) {
+    element.DataChanged += Poco::delegate(this, &AbstractResource::onDataChanged);
+}
+
+void AbstractResource::unregisterElementEvents(Element& element) {
+    element.DataChanged -= Poco::delegate(this, &AbstractResource::onDataChanged);
 }
 
 std::set<Base::PropertyKey> AbstractResource::getRequiredProperties() const { return {}; }

@@ -1,0 +1,241 @@
+#include "Data/Service.h"
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Parser.h>
+#include <gtest/gtest.h>
+
+#include "Data/ElementFixture.h"
+#include "TestChannel.h"
+
+namespace Kivo::Data {
+namespace {
+
+using Base::PropertyValueUuid;
+using Kivo::Test::ScopedLogCapture;
+using Kivo::Test::TestResource;
+
+const char* const ID = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
+
+Poco::JSON::Object::Ptr parseObject(const std::string& text) {
+    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
+}
+
+Poco::JSON::Array::Ptr parseArray(const std::string& text) {
+    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Array::Ptr>();
+}
+
+std::string text(const Poco::JSON::Object::Ptr& json) {
+    std::ostringstream out;
+    json->stringify(out);
+    return out.str();
+}
+
+// A valid description of the service "Media", with `member` replaced by `value` (JSON text) or
+// removed when `value` is empty.
+Poco::JSON::Object::Ptr description(const std::string& member = "", const std::string& value = "") {
+    Poco::JSON::Object::Ptr json = parseObject(
+        std::string(R"({"id":")") + ID +
+        R"(","name":"Media","uri":"/Media","description":"music","port":8080,)"
+        R"("serviceCategories":["media","radio"],"privileges":["play"],"versions":["1.2"]})");
+    if (!member.empty()) {
+        json->remove(member);
+        if (!value.empty()) json->set(member, parseObject("{\"v\":" + value + "}")->get("v"));
+    }
+    return json;
+}
+
+TEST(Service, ConstructionSetsTheEightProperties) {
+    Service service("Media", "music", 8080, PropertyValueUuid(ID));
+    EXPECT_EQ((std::vector<std::string>{"description", "id", "name", "port", "privileges",
+                                        "serviceCategories", "uri", "versions"}),
+              service.getPropertyKeys());
+    EXPECT_EQ("/Media", service.getUri().getValue().toString());
+    EXPECT_EQ("Media", service.getType().identifier);
+    EXPECT_EQ(8080, service.getPort().getValue());
+    EXPECT_FALSE(service.isInitialisedFromJSON());
+}
+
+TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
+    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+    struct Row {
+        const char* member;
+        const char* value;  // empty: removed
+        const char* log;
+    };
+    const Row rows[] = {
+        {"versions", "", "Error: Failed to init property versions for Media: not found in JSON Object."},
+        {"serviceCategories", R"(["media","Foo"])",
+         "Error: Failed to init property serviceCategories for Media: invalid value"},
+        {"port", "70000", "Error: Failed to init property port for Media: invalid value"},
+        {"name", R"("Other")",
+         "Error: Error while parsing service properties from JSON object: Service name is "
+         "different to Service type name!"},
+        {"uri", R"("/Media/extra")",
+         "Error: Error while parsing service properties from JSON object: Service URI is invalid!"},
+        {"uri", R"("/Other")",
+         "Error: Error while parsing service properties from JSON object: Service URI is invalid!"},
+    };
+    for (const Row& row : rows) {
+        Service service("Media", "", 1, PropertyValueUuid());
+        capture.channel().clear();
+        const auto json = description(row.member, row.value);
+        EXPECT_FALSE(service.initFromJSON(json.get())) << row.member << " " << row.value;
+        EXPECT_EQ(std::vector<std::string>{row.log}, capture.texts()) << row.member;
+        EXPECT_FALSE(service.isInitialisedFromJSON());
+    }
+
+    Service service("Media", "", 1, PropertyValueUuid());
+    capture.channel().clear();
+    EXPECT_FALSE(service.initFromJSON(nullptr));
+    EXPECT_EQ(std::vector<std::string>{"Error: Tried to create service object from NULL-Pointer"},
+              capture.texts());
+    const auto json = description();
+    ASSERT_TRUE(service.initFromJSON(json.get()));
+    EXPECT_TRUE(service.isInitialisedFromJSON());
+    EXPECT_EQ(ID, service.getIdentification().toString());
+    EXPECT_EQ(8080, service.getPort().getValue());
+    EXPECT_EQ((std::vector<std::string>{"media", "radio"}),
+              static_cast<std::vector<std::string>>(service.getServiceCategories()));
+    EXPECT_EQ(text(json), text(service.toJSON(0))) << "the description round-trips";
+}
+
+TEST(Service, OwnerSideWritesAndOutsideWrites) {
+    Service service("Media", "", 1, PropertyValueUuid());
+    EXPECT_TRUE(service.addServiceCategory("navigation"));
+    EXPECT_FALSE(service.addServiceCategory("Navigation")) << "fails the category format";
+    EXPECT_TRUE(service.addVersion("v2"));
+    EXPECT_FALSE(service.addVersion("2.x"));
+    EXPECT_TRUE(service.addPrivilege("anything goes"));
+    EXPECT_EQ(1u, service.getServiceCategories().getPropertyValue().size());
+    EXPECT_EQ(1u, service.getVersions().getPropertyValue().size());
+
+    service.updateServiceId(Poco::UUID(ID));
+    EXPECT_EQ(ID, service.getIdentification().toString());
+
+    Base::PropertyBase* description = service.getProperty("description");
+    ASSERT_NE(nullptr, description);
+    EXPECT_FALSE(description->setValueFromString("changed from outside"));
+}
+
+TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
+    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+    Service service("Media", "", 1, PropertyValueUuid());
+    TestResource tracks(service, "Tracks");
+    EXPECT_EQ(&tracks, service.getResource("tracks"));
+    EXPECT_EQ(&tracks, service.getResource("TRACKS"));
+    EXPECT_EQ(nullptr, service.getResource("albums"));
+    EXPECT_EQ("/Media/Tracks", tracks.getUri().getValue().toString());
+    EXPECT_EQ("Media.Tracks", tracks.getType().identifier);
+
+    EXPECT_THROW(TestResource(service, "Tracks"), Poco::AssertionViolationException);
+    EXPECT_EQ(&tracks, service.getResource("Tracks")) << "the first registration stays";
+    // The refused resource's destructor cannot unregister what it never registered.
+    EXPECT_EQ((std::vector<std::string>{
+                  "Error: Failed to register resource Tracks. Resource name is already in use.",
+                  "Error: Failed to unregister resource Tracks from parent service Media"}),
+              capture.texts());
+    EXPECT_EQ(1u, service.getResources().size());
+}
+
+TEST(Service, DestroyedWithResourcesLogsACriticalLine) {
+    ScopedLogCapture capture(Poco::Message::PRIO_CRITICAL);
+    Service home("Media", "", 1, PropertyValueUuid());
+    TestResource tracks(home, "Tracks");
+    {
+        Service other("Other", "", 1, PropertyValueUuid());
+        ASSERT_TRUE(other.registerResource(&tracks));
+    }
+    EXPECT_EQ((std::vector<std::string>{"Critical: Service object Other is destroyed before all "
+                                        "dependent resource objects have been deleted!"}),
+              capture.texts());
+}
+
+// Makes the resource "Extra" on demand.
+class OnDemandService : public Service {
+public:
+    OnDemandService() : Service("Media", "", 1, PropertyValueUuid()) {}
+    ~OnDemandService() override { extra.reset(); }
+
+    std::unique_ptr<TestResource> extra;
+
+protected:
+    AbstractResource* createOptionalResource(const std::string& name) override {
+        if (name != "Extra" || extra) return nullptr;
+        extra = std::make_unique<TestResource>(*this, "Extra");
+        return extra.get();
+    }
+};
+
+TEST(Service, ResourceDescriptions) {
+    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+    OnDemandService service;
+    TestResource tracks(service, "Tracks");
+    const auto good = parseArray(std::string(R"([{"id":")") + ID +
+                                 R"(","name":"tracks","uri":"/Media/Tracks","description":"all"},)"
+                                 R"({"id":")" + ID +
+                                 R"(","name":"Extra","uri":"/Media/Extra","description":"x"}])");
+    ASSERT_TRUE(service.initResourcesFromJSON(good.get())) << capture.texts().size();
+    EXPECT_EQ("all", tracks.getDescription().getValue());
+    ASSERT_NE(nullptr, service.extra);
+    EXPECT_EQ("x", service.extra->getDescription().getValue());
+    EXPECT_TRUE(capture.texts().empty());
+
+    struct Row {
+        const char* json;
+        std::vector<std::string> log;
+    };
+    const Row rows[] = {
+        {R"([{"description":"no name"}])",
+         {"Error: Failed to init service resource from JSON: Invalid JSON data. Could not find "
+          "property 'name'.",
+          "Error: Failed to initialise a service resource from JSON."}},
+        {R"([{"name":"Albums"}])",
+         {"Error: Failed to parse Service resource from JSON: Resource name 'Albums' is unknown",
+          "Error: Failed to initialise a service resource from JSON."}},
+        {R"([{"name":"Tracks","id":"6ba7b810-9dad-11d1-80b4-00c04fd430c8","uri":"/Media/Tracks"}])",
+         {"Error: Failed to init property description for Tracks: not found in JSON Object.",
+          "Error: Failed to initialise resource object from JSON:  could not initialise property "
+          "description",
+          "Error: Failed to parse resource Tracksof service Media",
+          "Error: Failed to initialise a service resource from JSON."}},
+        {R"([5])",
+         {"Error: Failed to init service resource from JSON: Invalid JSON data. Could not find "
+          "property 'name'.",
+          "Error: Failed to initialise a service resource from JSON."}},
+    };
+    for (const Row& row : rows) {
+        capture.channel().clear();
+        const auto array = parseArray(row.json);
+        EXPECT_FALSE(service.initResourcesFromJSON(array.get())) << row.json;
+        EXPECT_EQ(row.log, capture.texts()) << row.json;
+    }
+}
+
+TEST(Service, DataAsJSONListsResourcesInNameOrder) {
+    Service service("Media", "music", 1, PropertyValueUuid(ID));
+    TestResource tracks(service, "Tracks");
+    TestResource albums(service, "Albums");
+    const auto data = service.getDataAsJSON(0);
+    EXPECT_EQ(text(service.toJSON(0)), text([&] {
+                  auto copy = parseObject(text(data));
+                  copy->remove("resources");
+                  return copy;
+              }()));
+    const auto resources = data->getArray("resources");
+    ASSERT_EQ(2u, resources->size());
+    EXPECT_EQ("Albums", resources->getObject(0)->getValue<std::string>("name"));
+    EXPECT_EQ("Tracks", resources->getObject(1)->getValue<std::string>("name"));
+    EXPECT_FALSE(resources->getObject(0)->has("elements"));
+    EXPECT_EQ(0u, service.getDataAsJSON(true, 0)
+                      ->getArray("resources")
+                      ->getObject(1)
+                      ->getArray("elements")
+                      ->size());
+}
+
+}  // namespace
+}  // namespace Kivo::Data
