@@ -2,6 +2,7 @@
 #define QESSERVICEDATALIB_DATA_SERVICE_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -111,6 +112,10 @@ protected:
 private:
     ResourceMap::const_iterator findResource(const std::string& name) const;
     AbstractResource* findOrCreateResource(const std::string& name);
+    // Calls `initialise` for each entry of `resources` under the write lock, stopping at the
+    // first false; logs a null array, a failure and an exception on the way.
+    bool forEachResourceEntry(const Poco::JSON::Array* resources,
+                              const std::function<bool(const Poco::JSON::Object::Ptr&)>& initialise);
     bool initAllPropertiesFromJSON(const Poco::JSON::Object& json);
     bool hasValidNameAndUri() const;
 

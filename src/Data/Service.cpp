@@ -123,26 +123,22 @@ bool Service::hasValidNameAndUri() const {
 }
 
 bool Service::initResourcesFromJSON(const Poco::JSON::Array* resources) {
-    if (resources == nullptr) {
-        QES_LOG_ERROR(NULL_JSON);
-        return false;
-    }
-    try {
-        ScopedRecursiveWriteLock lock(lockRef());
-        for (std::size_t i = 0; i < resources->size(); ++i) {
-            if (!initResourceFromJSON(resources->getObject(i).get())) {
-                QES_LOG_ERROR("Failed to initialise a service resource from JSON.");
-                return false;
-            }
-        }
-        return true;
-    } catch (const std::exception& error) {
-        QES_LOG_ERROR("Failed to initialise service resources from JSON: " << error.what());
-        return false;
-    }
+    return forEachResourceEntry(resources, [this](const Poco::JSON::Object::Ptr& entry) {
+        return initResourceFromJSON(entry.get());
+    });
 }
 
 bool Service::initServiceResourcesfromJSON(const Poco::JSON::Array* resources) {
+    return forEachResourceEntry(resources, [this](const Poco::JSON::Object::Ptr& entry) {
+        if (entry.isNull()) return initResourceDataFromJSON(std::string(), nullptr);
+        return initResourceDataFromJSON(entry->optValue(KEY_NAME, std::string()),
+                                        entry->getArray("elements").get());
+    });
+}
+
+bool Service::forEachResourceEntry(
+    const Poco::JSON::Array* resources,
+    const std::function<bool(const Poco::JSON::Object::Ptr&)>& initialise) {
     if (resources == nullptr) {
         QES_LOG_ERROR(NULL_JSON);
         return false;
@@ -150,11 +146,7 @@ bool Service::initServiceResourcesfromJSON(const Poco::JSON::Array* resources) {
     try {
         ScopedRecursiveWriteLock lock(lockRef());
         for (std::size_t i = 0; i < resources->size(); ++i) {
-            const Poco::JSON::Object::Ptr entry = resources->getObject(i);
-            const Poco::JSON::Array::Ptr elements =
-                entry.isNull() ? nullptr : entry->getArray("elements");
-            const std::string name = entry.isNull() ? std::string() : entry->optValue(KEY_NAME, std::string());
-            if (!initResourceDataFromJSON(name, elements.get())) {
+            if (!initialise(resources->getObject(i))) {
                 QES_LOG_ERROR("Failed to initialise a service resource from JSON.");
                 return false;
             }
