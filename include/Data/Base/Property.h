@@ -2,11 +2,13 @@
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTY_H
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <Poco/BasicEvent.h>
 
 #include "Data/Base/PropertyBase.h"
+#include "Data/Base/PropertyIndex.h"
 #include "Data/Base/PropertyNumber.h"
 #include "Data/Base/PropertyString.h"
 #include "Data/Base/PropertyUri.h"
@@ -88,7 +90,14 @@ public:
     bool matches(const Poco::RegularExpression& re) const override {
         return re.match(m_value.toString(), 0);
     }
-    PropertyIndexBasePtr createIndex() const override { return PropertyIndexBasePtr(); }
+    // A PropertyIndex<Property<V>> for this key; none for booleans, which are not indexed.
+    PropertyIndexBasePtr createIndex() const override {
+        if constexpr (std::is_same_v<V, PropertyValueBoolean>) {
+            return PropertyIndexBasePtr();
+        } else {
+            return PropertyIndexBasePtr(new PropertyIndex<Property<V>>(getKey()));
+        }
+    }
     Poco::Dynamic::Var toJSON(int depth) const override {
         PropertyLockGuard guard(*this, false);
         return m_value.toJSON(depth);
@@ -218,6 +227,15 @@ extern template class Property<PropertyValueArray<
     PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>>;
 extern template class Property<
     PropertyValueArray<PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION>>>;
+extern template class PropertyIndex<Property<PropertyValueNumberBase<long>>>;
+extern template class PropertyIndex<Property<PropertyValueString>>;
+extern template class PropertyIndex<Property<PropertyValueUuid>>;
+extern template class PropertyIndex<Property<PropertyValueUri>>;
+extern template class PropertyIndex<Property<PropertyValueArray<PropertyValueString>>>;
+extern template class PropertyIndex<Property<PropertyValueArray<
+    PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>>>;
+extern template class PropertyIndex<Property<
+    PropertyValueArray<PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION>>>>;
 extern template class PropertyArray<PropertyValueString>;
 extern template class PropertyArray<
     PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>;

@@ -7,13 +7,16 @@
 #include <Poco/BasicEvent.h>
 #include <Poco/Dynamic/Var.h>
 #include <Poco/RegularExpression.h>
+#include <Poco/SharedPtr.h>
 
 #include "Data/Base/Object.h"
-#include "Data/Base/PropertyIndex.h"
 #include "Data/Base/PropertyValue.h"
 #include "Util/RecursiveRWLock.h"
 
 namespace Kivo::Data::Base {
+
+class PropertyIndexBase;
+typedef Poco::SharedPtr<PropertyIndexBase> PropertyIndexBasePtr;
 
 // The two generic events of a property. Both are synchronous: delegates run on the raising
 // thread, in subscription order; each event's own mutex is held only while its delegate list

@@ -1,0 +1,187 @@
+#include "Data/Base/PropertyIndex.h"
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Data/Base/Property.h"
+#include "Data/Base/PropertyIndexQuery.h"
+#include "TestChannel.h"
+#include "TestObject.h"
+
+namespace Kivo::Data::Base {
+namespace {
+
+using Kivo::Test::ScopedLogCapture;
+using Kivo::Test::TestObject;
+
+typedef PropertyIndex<PropertyString> StringIndex;
+
+// An object named `name` with a string property "key" holding `value`.
+struct Owned {
+    Owned(const std::string& name, const std::string& value, const std::string& key = "key")
+        : object(name), property(key, &object, PropertyValueString(value)) {
+        object.registerProperty(key, &property);
+    }
+    TestObject object;
+    PropertyString property;
+};
+
+std::vector<std::string> names(const std::vector<Object*>& objects) {
+    std::vector<std::string> result;
+    for (const Object* object : objects) result.push_back(object->getType().name);
+    return result;
+}
+
+TEST(PropertyIndex, RefusesWhatItCannotFile) {
+    StringIndex index("key");
+    Owned a("a", "x");
+    Owned upper("upper", "x", "Key");
+    PropertyString orphan("key", PropertyValueString("x"));
+    TestObject numbers("numbers");
+    PropertyInteger number("key", &numbers, PropertyValueNumberBase<long>(1, {}, {}, {}));
+    PropertyString second("key", &a.object, PropertyValueString("y"));
+
+    EXPECT_FALSE(index.insert(static_cast<PropertyBase*>(nullptr))) << "null";
+    EXPECT_FALSE(index.insert(&upper.property)) << "key differs by case";
+    EXPECT_FALSE(index.insert(&orphan)) << "no parent";
+    EXPECT_FALSE(index.insert(static_cast<PropertyBase*>(&number))) << "other value type";
+    EXPECT_TRUE(index.insert(&a.property));
+    EXPECT_FALSE(index.insert(&second)) << "a second property of the same object";
+    EXPECT_FALSE(index.insert(&a.property)) << "the same property twice";
+    EXPECT_EQ(&a.property, index.find(&a.object));
+    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.get()));
+}
+
+TEST(PropertyIndex, KeepsValueOrderAndMovesOnChange) {
+    StringIndex index("key");
+    Owned c("c", "3"), b1("b1", "2"), a("a", "1"), b2("b2", "2");
+    for (Owned* owned : {&c, &b1, &a, &b2}) ASSERT_TRUE(index.insert(&owned->property));
+    EXPECT_EQ((std::vector<std::string>{"a", "b1", "b2", "c"}), names(index.get()))
+        << "ascending values, equal values in filing order";
+    EXPECT_EQ((std::vector<std::string>{"b1", "b2"}), names(index.find(std::string("2"))));
+
+    ASSERT_TRUE(b1.property.setValue("4"));
+    EXPECT_EQ((std::vector<std::string>{"b2"}), names(index.find(std::string("2"))));
+    EXPECT_EQ((std::vector<std::string>{"b1"}), names(index.find(std::string("4"))));
+    ASSERT_TRUE(b1.property.setValue("2"));
+    EXPECT_EQ((std::vector<std::string>{"b2", "b1"}), names(index.find(std::string("2"))))
+        << "a re-filed object goes after the others of its value";
+
+    EXPECT_TRUE(index.remove(&b2.object));
+    EXPECT_FALSE(index.remove(&b2.object));
+    EXPECT_EQ((std::vector<std::string>{"a", "b1", "c"}), names(index.get()));
+    ASSERT_TRUE(b2.property.setValue("0")) << "an unfiled property no longer moves anything";
+    EXPECT_EQ((std::vector<std::string>{"a", "b1", "c"}), names(index.get()));
+}
+
+TEST(PropertyIndex, TextAndPatternLookups) {
+    StringIndex empty("key");
+    EXPECT_TRUE(empty.find(std::string("x")).empty());
+
+    PropertyIndex<PropertyInteger> numbers("n");
+    TestObject one("one");
+    PropertyInteger n("n", &one, PropertyValueNumberBase<long>(1000, {}, {}, {}));
+    one.registerProperty("n", &n);
+    ASSERT_TRUE(numbers.insert(&n));
+    EXPECT_EQ((std::vector<std::string>{"one"}), names(numbers.find(std::string("1,000"))));
+    EXPECT_TRUE(numbers.find(std::string("abc")).empty()) << "unparsable text finds nothing";
+    EXPECT_EQ((std::vector<std::string>{"one"}),
+              names(numbers.find(Poco::RegularExpression("1.*"))));
+
+    StringIndex index("key");
+    Owned whole("whole", "abc"), inner("inner", "xabcx");
+    ASSERT_TRUE(index.insert(&whole.property));
+    ASSERT_TRUE(index.insert(&inner.property));
+    EXPECT_EQ((std::vector<std::string>{"whole"}), names(index.find(Poco::RegularExpression("abc"))))
+        << "the pattern must cover the whole text";
+}
+
+TEST(PropertyIndex, DestructionDropsTheObject) {
+    ScopedLogCapture capture(Poco::Message::PRIO_DEBUG);
+    StringIndex index("key");
+    auto gone = std::make_unique<Owned>("gone", "v");
+    Owned stays("stays", "v");
+    ASSERT_TRUE(index.insert(&gone->property));
+    ASSERT_TRUE(index.insert(&stays.property));
+    gone.reset();
+    EXPECT_EQ((std::vector<std::string>{"stays"}), names(index.find(std::string("v"))));
+    EXPECT_EQ((std::vector<std::string>{"Debug: ProperyIndex: property key from gone has been removed"}),
+              capture.texts());
+}
+
+TEST(PropertyIndex, APropertyDestroyedAfterLosingItsParentLeavesNoEntry) {
+    ScopedLogCapture capture(Poco::Message::PRIO_WARNING);
+    StringIndex index("key");
+    Owned stays("stays", "v");
+    ASSERT_TRUE(index.insert(&stays.property));
+    {
+        // The object detaches its properties before they are destroyed, as an element does.
+        Owned gone("gone", "v");
+        ASSERT_TRUE(index.insert(&gone.property));
+        gone.object.unregisterAllProperties();
+    }
+    EXPECT_EQ((std::vector<std::string>{"stays"}), names(index.get()));
+    EXPECT_EQ((std::vector<std::string>{"stays"}), names(index.find(std::string("v"))));
+    EXPECT_EQ((std::vector<std::string>{"Warning: ProperyIndex: Received event from a property "
+                                        "with key key but without parent"}),
+              capture.texts());
+}
+
+TEST(PropertyIndex, EveryIndexableKindMakesItsIndex) {
+    TestObject owner;
+    PropertyBoolean flag("flag", &owner, PropertyValueBoolean(true));
+    PropertyUuid id("id", &owner, PropertyValueUuid());
+    PropertyServiceCategoryArray categories(
+        "categories", &owner,
+        PropertyValueArray<PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>(
+            PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>()));
+    owner.registerProperty("id", &id);
+    owner.registerProperty("categories", &categories);
+    EXPECT_TRUE(flag.createIndex().isNull()) << "booleans are not indexed";
+    PropertyIndexBasePtr ids = id.createIndex();
+    ASSERT_FALSE(ids.isNull());
+    EXPECT_EQ("id", ids->getKey());
+    EXPECT_TRUE(ids->insert(&id));
+    EXPECT_EQ(1u, ids->find(id.getValue().toString()).size());
+    PropertyIndexBasePtr arrays = categories.createIndex();
+    ASSERT_TRUE(categories.addElement(std::string("media")));
+    EXPECT_TRUE(arrays->insert(&categories));
+    EXPECT_EQ(1u, arrays->find(std::string(R"(["media"])")).size());
+    ASSERT_TRUE(categories.addElement(std::string("map")));
+    EXPECT_EQ(1u, arrays->find(std::string(R"(["map","media"])")).size()) << "moved on change";
+}
+
+// A range over the ordered index must answer exactly what the pattern scan answers.
+TEST(PropertyIndex, PrefixRangeEqualsPatternScan) {
+    std::mt19937 random(20261123);
+    const std::string alphabet = "ab\n%.";
+    auto randomText = [&](std::size_t maxLength) {
+        std::string text;
+        const std::size_t length = random() % (maxLength + 1);
+        for (std::size_t i = 0; i < length; ++i) text += alphabet[random() % alphabet.size()];
+        return text;
+    };
+    IndexGenericValueQuery query;
+    for (int round = 0; round < 200; ++round) {
+        StringIndex index("key");
+        std::vector<std::unique_ptr<Owned>> objects;
+        for (int i = 0; i < 30; ++i) {
+            objects.emplace_back(new Owned(std::to_string(i), randomText(4)));
+            ASSERT_TRUE(index.insert(&objects.back()->property));
+        }
+        std::string prefix = randomText(2);
+        prefix.erase(std::remove_if(prefix.begin(), prefix.end(),
+                                    [](char c) { return c == '%' || c == '.'; }),
+                     prefix.end());
+        const Poco::RegularExpression re(query.createRegEx(prefix + "%"));
+        EXPECT_EQ(names(index.find(re)), names(index.findByPrefix(prefix)))
+            << "round " << round << " prefix '" << prefix << "'";
+    }
+}
+
+}  // namespace
+}  // namespace Kivo::Data::Base
