@@ -12,6 +12,8 @@
 #include <Poco/UUID.h>
 
 #include "Data/Base/Property.h"
+#include "Data/Base/PropertyIndexQuery.h"
+#include "Data/Base/PropertyIndexUser.h"
 #include "Data/Element.h"
 #include "Data/OperationResult.h"
 #include "Data/XObject.h"
@@ -38,9 +40,11 @@ public:
 // init() once it is fully built, which registers it at the service under its name, and the
 // destructor unregisters it. The service must outlive the resource.
 //
-// The resource shares its service's lock from construction on and observes its elements'
-// events once registerElementEvents was called for them.
-class AbstractResource : public XObject, public IContainerObject {
+// The resource shares its service's lock from construction on. It keeps property indexes over
+// its elements (PropertyIndexUser, guarded by the index mutex) and observes its elements'
+// events once registerElementEvents was called for them. ElementContainer<E> is a ready
+// implementation of the element container operations.
+class AbstractResource : public XObject, public Base::PropertyIndexUser, public IContainerObject {
 public:
     typedef Poco::SharedPtr<Element> Ptr;
     typedef std::vector<Ptr> ElementQueryResult;
@@ -65,9 +69,18 @@ public:
     virtual OperationResult getElement(const Poco::UUID& id, Ptr& element) const;
     virtual OperationResult getElements(ElementQueryResult& result, int offset, int count) const;
     virtual OperationResult removeElement(const Poco::UUID& id);
+    // Runs an index query over the resource's indexes; `result` receives the elements found.
+    virtual OperationResult findElements(const Base::PropertyIndexQuery& query,
+                                         ElementQueryResult& result) const;
     virtual OperationResult updateElementFromJSON(const Poco::UUID& id,
                                                   const Poco::JSON::Object* json);
     virtual OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements);
+    // The resource's own property keys (Object's); getElementPropertyKeys lists the indexed
+    // element keys.
+    using XObject::getPropertyKeys;
+    // Every element property key the resource keeps an index for, ascending.
+    std::vector<Base::PropertyKey> getElementPropertyKeys() const;
+
     // The resource description: id, name, uri and description (the shape
     // initResourceFromJSON reads), whatever the depth.
     Poco::JSON::Object::Ptr toJSON(int depth) const override;
@@ -113,9 +126,26 @@ protected:
     // element is destroyed.
     void registerElementEvents(Element& element);
     void unregisterElementEvents(Element& element);
+    // Lets `element` read its JSON (Element::initElementFromJSON, which containers may call).
+    static OperationResult initElement(Element& element, const Poco::JSON::Object* json);
+    // Files every present property of `element` that yields an index at the index of its
+    // key (created on first use); a property filed already stays as it is.
+    void indexElementProperties(Element& element);
+    // Drops `element` from every index of the resource.
+    void unindexElementProperties(Element& element);
+
+    // Files an element's optional property at the index of its key, if the resource keeps
+    // one, when the property receives its first value. Runs on the writing thread with the
+    // element's write lock held; notifications from unknown elements are dropped with a
+    // warning.
+    void onOptionalPropertyChanged(Element::OptionalPropertySetEventPayload& payload);
+
 private:
     void registerOwnProperties();
     void onDataChanged(Element::DataChangedEventPayload& payload);
+    // Files `property` at the index of its key if the resource keeps one; false if filing
+    // fails.
+    bool indexNewProperty(Base::PropertyBase& property);
     Poco::JSON::Object::Ptr elementsAsJSON(
         const std::function<Poco::JSON::Object::Ptr(const Element&)>& render) const;
 

@@ -162,6 +162,7 @@ protected:
     void onPropertyDestroyed(const Base::PropertyEventPayload& payload) override;
 
 private:
+    friend class AbstractResource;
     friend class OptionalPropertyBase;
 
     OperationResult validateUpdate(const Poco::JSON::Object& json, KeyCollection& changed) const;

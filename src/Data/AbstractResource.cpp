@@ -1,5 +1,7 @@
 #include "Data/AbstractResource.h"
 
+#include <algorithm>
+
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 
@@ -76,6 +78,11 @@ OperationResult AbstractResource::removeElement(const Poco::UUID&) {
     return OperationResult(OperationResult::INVALID_OPERATION);
 }
 
+OperationResult AbstractResource::findElements(const Base::PropertyIndexQuery&,
+                                               ElementQueryResult&) const {
+    return OperationResult(OperationResult::INVALID_OPERATION);
+}
+
 OperationResult AbstractResource::updateElementFromJSON(const Poco::UUID&,
                                                         const Poco::JSON::Object*) {
     return OperationResult(OperationResult::INVALID_OPERATION);
@@ -143,12 +150,71 @@ void AbstractResource::onDataChanged(Element::DataChangedEventPayload& payload) 
     onElementDataChanged(payload);
 }
 
+void AbstractResource::onOptionalPropertyChanged(
+    Element::OptionalPropertySetEventPayload& payload) {
+    const std::string& typeName = getType().name;
+    QES_LOG_TRACE("Resource " << typeName << " onOptionalPropertyChanged");
+    Base::PropertyBase* property = payload.getSourceProperty();
+    if (property == nullptr || property->getParent() == nullptr) {
+        QES_LOG_WARNING("Resource " << typeName
+                                    << " received notification from an invalid optional property");
+        return;
+    }
+    const Poco::UUID id = property->getParent()->getIdentification();
+    QES_LOG_TRACE("Resource " << typeName << " received notification from element "
+                              << id.toString());
+    if (!hasElement(id)) {
+        QES_LOG_WARNING("Resource " << typeName << " received notification from unknown element "
+                                    << id.toString());
+        return;
+    }
+    if (!indexNewProperty(*property)) {
+        QES_LOG_WARNING("Resource " << typeName << ": Failed to register new element property "
+                                    << property->getKey());
+    }
+}
+
+std::vector<Base::PropertyKey> AbstractResource::getElementPropertyKeys() const {
+    return PropertyIndexUser::getPropertyKeys();
+}
+
+OperationResult AbstractResource::initElement(Element& element, const Poco::JSON::Object* json) {
+    return element.initElementFromJSON(json);
+}
+
+void AbstractResource::indexElementProperties(Element& element) {
+    const std::vector<std::string> keys = getElementPropertyKeys();
+    const std::set<std::string> indexed(keys.begin(), keys.end());
+    for (Base::PropertyBase* property : element.getProperties()) {
+        // Only a key that has no index yet pays for asking the property whether it yields one.
+        if (indexed.count(property->getKey()) != 0 || !property->createIndex().isNull()) {
+            registerPropertyAtIndex(property);
+        }
+    }
+}
+
+void AbstractResource::unindexElementProperties(Element& element) {
+    const std::vector<std::string> keys = getElementPropertyKeys();
+    const std::set<std::string> indexed(keys.begin(), keys.end());
+    for (Base::PropertyBase* property : element.getProperties()) {
+        if (indexed.count(property->getKey()) != 0) unregisterPropertyAtIndex(property);
+    }
+}
+
+bool AbstractResource::indexNewProperty(Base::PropertyBase& property) {
+    const std::vector<std::string> keys = getElementPropertyKeys();
+    if (std::find(keys.begin(), keys.end(), property.getKey()) == keys.end()) return true;
+    return registerPropertyAtIndex(&property);
+}
+
 void AbstractResource::registerElementEvents(Element& element) {
     element.DataChanged += Poco::delegate(this, &AbstractResource::onDataChanged);
+    element.OptionalPropertySet += Poco::delegate(this, &AbstractResource::onOptionalPropertyChanged);
 }
 
 void AbstractResource::unregisterElementEvents(Element& element) {
     element.DataChanged -= Poco::delegate(this, &AbstractResource::onDataChanged);
+    element.OptionalPropertySet -= Poco::delegate(this, &AbstractResource::onOptionalPropertyChanged);
 }
 
 std::set<Base::PropertyKey> AbstractResource::getRequiredProperties() const { return {}; }

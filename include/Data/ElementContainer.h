@@ -1,0 +1,231 @@
+#ifndef QESSERVICEDATALIB_DATA_ELEMENTCONTAINER_H
+#define QESSERVICEDATALIB_DATA_ELEMENTCONTAINER_H
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/UUID.h>
+
+#include "Data/AbstractResource.h"
+#include "Data/Element.h"
+#include "Data/OperationResult.h"
+
+namespace Kivo::Data {
+
+// A ready resource that holds elements of class E, so that a concrete resource is a few
+// lines: derive from ElementContainer<E>, pass service and names, call init(), and override
+// the access gates and getRequiredProperties as the resource needs.
+//
+// E must be an Element with a constructor E(AbstractResource&); elements are created by the
+// container, share the resource's lock (which the resource shares with its service: one lock
+// per tree) and are kept by Ptr, ordered by id.
+//
+// Contract of the container operations:
+// - addElement(json): FORBIDDEN unless isPostAllowed(); INVALID_OBJECT when a key of
+//   getRequiredProperties() is missing or null; the element's own code when its JSON
+//   initialisation refuses the object; DUPLICATE when an element with that id is present.
+//   On refusal nothing stays behind (no element, no index entry).
+// - getElements(result, offset, count): `count` elements from position `offset` in id order
+//   (fewer at the end); INVALID_VALUE for a negative offset or count or an offset past the
+//   end. `result` is replaced on success only.
+// - findElements(query, result): FORBIDDEN unless isGetAllowed(); the index query's objects
+//   mapped back to elements, in the query's order.
+// - updateElementFromJSON(id, json): FORBIDDEN unless isPostAllowed(); NOT_FOUND for an
+//   unknown id; otherwise Element::updateByJSON's result. Properties an update creates (first
+//   values of optional properties) are indexed before it returns.
+// - removeElement(id): FORBIDDEN unless isDeleteAllowed(); NOT_FOUND for an unknown id. The
+//   element leaves every index and stops being observed first; it is destroyed when the last
+//   Ptr to it goes (a caller still holding one must drop it before the resource goes).
+// - clear() and the destructor remove every element the same way.
+//
+// Every element property that yields an index is indexed under its key; optional properties
+// once they are set. Thread safety: the container's operations take the tree's lock; queries
+// take the index mutex as well (lock order: tree lock, then index mutex).
+template <class E>
+class ElementContainer : public AbstractResource {
+public:
+    ~ElementContainer() override;
+
+    std::size_t size() const override;
+    void clear() override;
+    OperationResult addElement(const Poco::JSON::Object* json) override;
+    bool hasElement(const Poco::UUID& id) const override;
+    OperationResult getElement(const Poco::UUID& id, Ptr& element) const override;
+    OperationResult getElements(ElementQueryResult& result, int offset, int count) const override;
+    OperationResult removeElement(const Poco::UUID& id) override;
+    OperationResult findElements(const Base::PropertyIndexQuery& query,
+                                 ElementQueryResult& result) const override;
+    OperationResult updateElementFromJSON(const Poco::UUID& id,
+                                          const Poco::JSON::Object* json) override;
+    // Adds every object of `elements` in order; stops at the first refusal with its code
+    // (the elements added before it stay).
+    OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements) override;
+
+    // The container allows reading, writing and deleting; override to restrict clients.
+    bool isPostAllowed() const override { return true; }
+    bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
+    bool isDeleteAllowed() const override { return true; }
+
+protected:
+    ElementContainer(Service& service, const std::string& typeName)
+        : AbstractResource(service, typeName) {}
+    ElementContainer(Service& service, const std::string& typeName, const std::string& name,
+                     const Base::PropertyValueUuid& id)
+        : AbstractResource(service, typeName, name, id) {}
+
+private:
+    typedef std::map<Poco::UUID, Ptr> ElementMap;
+
+    bool hasRequiredProperties(const Poco::JSON::Object& json) const;
+    // Start and stop observing and indexing a held element.
+    void attach(Element& element);
+    void detach(Element& element);
+
+    ElementMap m_elements;  // guarded by the tree's lock
+};
+
+template <class E>
+ElementContainer<E>::~ElementContainer() {
+    clear();
+}
+
+template <class E>
+std::size_t ElementContainer<E>::size() const {
+    Util::ScopedRecursiveReadLock lock(lockRef());
+    return m_elements.size();
+}
+
+template <class E>
+void ElementContainer<E>::clear() {
+    Util::ScopedRecursiveWriteLock lock(lockRef());
+    for (auto& entry : m_elements) detach(*entry.second);
+    m_elements.clear();
+}
+
+template <class E>
+bool ElementContainer<E>::hasRequiredProperties(const Poco::JSON::Object& json) const {
+    for (const Base::PropertyKey& key : getRequiredProperties()) {
+        if (!json.has(key) || json.get(key).isEmpty()) return false;
+    }
+    return true;
+}
+
+template <class E>
+OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) {
+    if (!isPostAllowed()) return OperationResult(OperationResult::FORBIDDEN);
+    if (json == nullptr || !hasRequiredProperties(*json)) {
+        return OperationResult(OperationResult::INVALID_OBJECT);
+    }
+    Util::ScopedRecursiveWriteLock lock(lockRef());
+    Ptr element(new E(*this));
+    element->adoptPropertyLock(*this);
+    const OperationResult initialised = initElement(*element, json);
+    if (!initialised.isSuccess()) return initialised;
+    const Poco::UUID id = element->getIdentification();
+    if (m_elements.count(id) != 0) return OperationResult(OperationResult::DUPLICATE);
+    m_elements.emplace(id, element);
+    attach(*element);
+    return OperationResult(OperationResult::OK);
+}
+
+template <class E>
+bool ElementContainer<E>::hasElement(const Poco::UUID& id) const {
+    Util::ScopedRecursiveReadLock lock(lockRef());
+    return m_elements.count(id) != 0;
+}
+
+template <class E>
+OperationResult ElementContainer<E>::getElement(const Poco::UUID& id, Ptr& element) const {
+    Util::ScopedRecursiveReadLock lock(lockRef());
+    const auto entry = m_elements.find(id);
+    if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
+    element = entry->second;
+    return OperationResult(OperationResult::OK);
+}
+
+template <class E>
+OperationResult ElementContainer<E>::getElements(ElementQueryResult& result, int offset,
+                                                 int count) const {
+    Util::ScopedRecursiveReadLock lock(lockRef());
+    if (offset < 0 || count < 0 || static_cast<std::size_t>(offset) > m_elements.size()) {
+        return OperationResult(OperationResult::INVALID_VALUE);
+    }
+    ElementQueryResult page;
+    auto entry = m_elements.begin();
+    std::advance(entry, offset);
+    for (; entry != m_elements.end() && page.size() < static_cast<std::size_t>(count); ++entry) {
+        page.push_back(entry->second);
+    }
+    result.swap(page);
+    return OperationResult(OperationResult::OK);
+}
+
+template <class E>
+OperationResult ElementContainer<E>::removeElement(const Poco::UUID& id) {
+    if (!isDeleteAllowed()) return OperationResult(OperationResult::FORBIDDEN);
+    Util::ScopedRecursiveWriteLock lock(lockRef());
+    const auto entry = m_elements.find(id);
+    if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
+    detach(*entry->second);
+    m_elements.erase(entry);
+    return OperationResult(OperationResult::OK);
+}
+
+template <class E>
+OperationResult ElementContainer<E>::findElements(const Base::PropertyIndexQuery& query,
+                                                  ElementQueryResult& result) const {
+    if (!isGetAllowed()) return OperationResult(OperationResult::FORBIDDEN);
+    Util::ScopedRecursiveReadLock lock(lockRef());
+    ElementQueryResult found;
+    for (Base::Object* object : find(query)) {
+        const auto entry = m_elements.find(object->getIdentification());
+        if (entry != m_elements.end() && entry->second.get() == object) {
+            found.push_back(entry->second);
+        }
+    }
+    result.swap(found);
+    return OperationResult(OperationResult::OK);
+}
+
+template <class E>
+OperationResult ElementContainer<E>::updateElementFromJSON(const Poco::UUID& id,
+                                                           const Poco::JSON::Object* json) {
+    if (!isPostAllowed()) return OperationResult(OperationResult::FORBIDDEN);
+    Util::ScopedRecursiveWriteLock lock(lockRef());
+    const auto entry = m_elements.find(id);
+    if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
+    const OperationResult result = entry->second->updateByJSON(json);
+    // The update suppresses OptionalPropertySet: index what it created here.
+    indexElementProperties(*entry->second);
+    return result;
+}
+
+template <class E>
+OperationResult ElementContainer<E>::initResourceDataFromJSON(const Poco::JSON::Array* elements) {
+    if (elements == nullptr) return OperationResult(OperationResult::PROCESSING_ERROR);
+    for (std::size_t i = 0; i < elements->size(); ++i) {
+        const OperationResult result = addElement(elements->getObject(i).get());
+        if (!result.isSuccess()) return result;
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+template <class E>
+void ElementContainer<E>::attach(Element& element) {
+    registerElementEvents(element);
+    indexElementProperties(element);
+}
+
+template <class E>
+void ElementContainer<E>::detach(Element& element) {
+    unregisterElementEvents(element);
+    unindexElementProperties(element);
+}
+
+}  // namespace Kivo::Data
+
+#endif  // QESSERVICEDATALIB_DATA_ELEMENTCONTAINER_H
