@@ -9,6 +9,7 @@
 #include "Data/Base/PropertyIndexQuery.h"
 #include "Data/ElementFixture.h"
 #include "Data/Service.h"
+#include "TestChannel.h"
 
 namespace Kivo::Data {
 namespace {
@@ -36,6 +37,8 @@ public:
     }
     std::set<Base::PropertyKey> getRequiredProperties() const override { return {"title"}; }
     bool isDeleteAllowed() const override { return deletable; }
+    using AbstractResource::registerElementEvents;
+    using AbstractResource::unregisterElementEvents;
 
     bool deletable = true;
 };
@@ -187,6 +190,20 @@ TEST(ElementContainer, LoadsElementDataThroughTheService) {
     EXPECT_EQ(2u, tree.items.size()) << "elements before the refused one stay";
     const auto json = tree.items.getDataAsJSON(0);
     EXPECT_EQ(2u, json->getArray("elements")->size());
+}
+
+TEST(ElementContainer, NotificationsFromForeignElementsAreDropped) {
+    Tree tree;
+    Kivo::Test::ScopedLogCapture capture(Poco::Message::PRIO_WARNING);
+    TestElement stranger(tree.items);
+    tree.items.registerElementEvents(stranger);
+    ASSERT_TRUE(stranger.setProperty("note", "x").isSuccess());
+    tree.items.unregisterElementEvents(stranger);
+    EXPECT_EQ(std::vector<std::string>{"Warning: Resource Items received notification from "
+                                       "unknown element " +
+                                       stranger.getIdentification().toString()},
+              capture.texts());
+    EXPECT_TRUE(tree.items.getElementPropertyKeys().empty()) << "no index was touched";
 }
 
 }  // namespace
