@@ -297,10 +297,16 @@ template <class TProperty>
 std::vector<Object*> PropertyIndex<TProperty>::find(const std::string& text) const {
     if (m_index.empty()) return {};
     // The smallest value as prototype: the text is read with the filed values' own kind,
-    // format and limits.
-    key_type prototype(m_index.begin()->first);
-    if (!prototype.setValueFromString(text)) return {};
-    return find(prototype);
+    // format and limits. A string kind stores its text as given, so checking it is enough.
+    if constexpr (IS_TEXT) {
+        if (!m_index.begin()->first.isValidValue(text)) return {};
+        const auto range = m_index.equal_range(text);
+        return owners(range.first, range.second);
+    } else {
+        key_type prototype(m_index.begin()->first);
+        if (!prototype.setValueFromString(text)) return {};
+        return find(prototype);
+    }
 }
 
 template <class TProperty>

@@ -74,6 +74,10 @@ std::vector<Object*> IndexGenericValueQuery::operator()(
     std::vector<Object*> result;
     const auto entry = indexes.find(key);
     if (entry == indexes.end() || entry->second.isNull()) return result;
+    if (values.size() == 1 && !hasWildcard(*values.begin())) {
+        // One exact text in one index: its objects are distinct already.
+        return entry->second->find(*values.begin());
+    }
     std::set<Object*> seen;
     for (const std::string& text : values) {
         const auto re = hasWildcard(text) ? compile(*this, text) : nullptr;
