@@ -1,0 +1,406 @@
+#include "Data/XObjectReference.h"
+
+#include <climits>
+#include <exception>
+#include <memory>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include <Poco/Bugcheck.h>
+#include <Poco/Delegate.h>
+#include <Poco/Exception.h>
+#include <Poco/JSON/Parser.h>
+#include <Poco/URI.h>
+#include <Poco/UUID.h>
+
+#include "Data/ReferenceResolver.h"
+#include "Logging/Log.h"
+
+namespace Kivo::Data {
+
+namespace {
+
+const char* const UNIDENTIFIED_NAME = "unidentified element";
+const char* const TYPE_NAME_SUFFIX = "Object";
+
+// Runs `make`; an exception is logged at trace level after `failure` and gives null.
+template <typename Make>
+std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
+    try {
+        return make();
+    } catch (const Poco::Exception& error) {
+        QES_LOG_TRACE(failure << error.displayText());
+    } catch (const std::exception& error) {
+        QES_LOG_TRACE(failure << error.what());
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// DummyObject
+
+DummyObject::DummyObject(const XObject& source) : XObject(source) {}
+
+DummyObject::DummyObject(const Type& type, const Poco::JSON::Object* json) : XObject(type, json) {}
+
+std::vector<std::string> DummyObject::elementSegments(const std::string& uri) {
+    std::vector<std::string> segments;
+    Poco::URI(uri).getPathSegments(segments);
+    if (segments.size() != 3) {
+        QES_LOG_ERROR(
+            "Invalid XObject URI. Only Element URIs with 3 segments "
+            "(service/resource/element-uuid) can be accepted");
+        throw Poco::InvalidArgumentException("Invalid XObject URI");
+    }
+    return segments;
+}
+
+Base::Object::Type DummyObject::typeOf(const std::vector<std::string>& segments) {
+    std::string typeName = segments[1];
+    if (!typeName.empty() && typeName.back() == 's') typeName.pop_back();
+    // Built under the resource's type so that the path is "/<service>/<resource>/", the key
+    // under which a local resolver files that resource.
+    return Type(typeName + TYPE_NAME_SUFFIX, Type(segments[1], Type(segments[0])));
+}
+
+std::unique_ptr<DummyObject> DummyObject::createFromJSON(
+    const Poco::SharedPtr<Poco::JSON::Object>& json) {
+    poco_check_ptr(json.get());
+    const bool hasUri = json->has(KEY_URI) && !json->get(KEY_URI).isEmpty();
+    const Type type = typeOf(elementSegments(hasUri ? memberText(json->get(KEY_URI)) : ""));
+    return std::unique_ptr<DummyObject>(new DummyObject(type, json.get()));
+}
+
+std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) {
+    const std::vector<std::string> segments = elementSegments(uri);
+    Poco::JSON::Object json;
+    json.set(KEY_ID, Poco::UUID(segments[2]).toString());
+    json.set(KEY_NAME, std::string(UNIDENTIFIED_NAME));
+    json.set(KEY_URI, uri);
+    return std::unique_ptr<DummyObject>(new DummyObject(typeOf(segments), &json));
+}
+
+// ---------------------------------------------------------------------------------------------
+// XObjectReference
+
+// Holds the mutexes of two references (or of one, where the other side is a plain value or
+// the same reference), always in address order so that two threads comparing or assigning
+// the same pair in opposite directions cannot deadlock.
+class XObjectReference::PairLock {
+public:
+    PairLock(const XObjectReference& self, const Base::PropertyValue<XObject*>& other)
+        : m_first(&self.m_mutexValue) {
+        const auto* reference = dynamic_cast<const XObjectReference*>(&other);
+        if (reference != nullptr && reference != &self) {
+            m_second = &reference->m_mutexValue;
+            if (m_second < m_first) std::swap(m_first, m_second);
+        }
+        m_first->lock();
+        if (m_second != nullptr) m_second->lock();
+    }
+    PairLock(const PairLock&) = delete;
+    PairLock& operator=(const PairLock&) = delete;
+    ~PairLock() {
+        if (m_second != nullptr) m_second->unlock();
+        m_first->unlock();
+    }
+
+private:
+    Poco::Mutex* m_first;
+    Poco::Mutex* m_second = nullptr;
+};
+
+XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nullptr) {}
+
+XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& allowedTypes)
+    : PropertyValueObjectReference<XObject>(nullptr), m_oneOf(allowedTypes), m_resolver(resolver) {}
+
+XObjectReference::XObjectReference(const XObjectReference& other)
+    : PropertyValueObjectReference<XObject>(nullptr) {
+    Poco::Mutex::ScopedLock lock(other.m_mutexValue);
+    copyFrom(other);
+}
+
+XObjectReference& XObjectReference::operator=(const XObjectReference& other) {
+    if (&other == this) return *this;
+    PairLock lock(*this, other);
+    release();
+    copyFrom(other);
+    return *this;
+}
+
+XObjectReference::~XObjectReference() {
+    try {
+        Poco::Mutex::ScopedLock lock(m_mutexValue);
+        release();
+    } catch (...) {
+        poco_unexpected();
+    }
+}
+
+void XObjectReference::copyFrom(const XObjectReference& other) {
+    m_oneOf = other.m_oneOf;
+    m_resolver = other.m_resolver;
+    if (other.m_valueDummy != nullptr) m_valueDummy = new DummyObject(*other.m_valueDummy);
+    // The target is alive: `other` holds it and its mutex, so the target's destructor cannot
+    // get past `other`'s handler meanwhile.
+    m_value = other.m_value;
+    if (m_value != nullptr) observe(*m_value);
+}
+
+void XObjectReference::release() {
+    if (m_value != nullptr) forget(*m_value);
+    m_value = nullptr;
+    delete m_valueDummy;
+    m_valueDummy = nullptr;
+}
+
+void XObjectReference::observe(XObject& target) const {
+    // Subscribing changes no observable state of the reference: it only keeps m_value valid.
+    target.Destroyed += Poco::delegate(const_cast<XObjectReference*>(this),
+                                       &XObjectReference::onReferenceDestroyed);
+}
+
+void XObjectReference::forget(XObject& target) const {
+    target.Destroyed -= Poco::delegate(const_cast<XObjectReference*>(this),
+                                       &XObjectReference::onReferenceDestroyed);
+}
+
+const XObjectReference::value_type& XObjectReference::getValuePriv() const {
+    if (m_value != nullptr || m_valueDummy == nullptr) return m_value;
+    XObject* resolved = nullptr;
+    if (resolveReference(m_valueDummy, resolved)) {
+        // Resolution only caches what the placeholder stands for; the reference's value, as
+        // readers see it, does not change.
+        auto& self = const_cast<XObjectReference&>(*this);
+        self.m_value = resolved;
+        observe(*resolved);
+        return m_value;
+    }
+    QES_LOG_TRACE("getValuePriv"
+                  << " Could not resolve internal reference to an actual XObject. Going to use "
+                     "placeholder value.");
+    return m_valueDummy;
+}
+
+bool XObjectReference::resolveReference(XObject* const& placeholder, XObject*& result) const {
+    if (placeholder == nullptr || m_resolver == nullptr) return false;
+    try {
+        return m_resolver->resolve(placeholder, result);
+    } catch (const std::exception& error) {
+        QES_LOG_ERROR(
+            "Caught Exception while trying to resolve XObject reference: " << error.what());
+    } catch (...) {
+        QES_LOG_ERROR("Caught Exception while trying to resolve XObject reference: "
+                      << "unknown exception");
+    }
+    return false;
+}
+
+XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
+    const auto* reference = dynamic_cast<const XObjectReference*>(&other);
+    return reference != nullptr ? reference->getValuePriv() : other.getValue();
+}
+
+Poco::Dynamic::Var XObjectReference::getGenericValue() const { return toJSON(-1); }
+
+Poco::Dynamic::Var XObjectReference::toJSON(int depth) const {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    const XObject* target = getValuePriv();
+    if (target == nullptr) return std::string();
+    return target->toJSON(depth == INT_MIN ? depth : depth - 1);
+}
+
+bool XObjectReference::isValidStringValue(const std::string& text) const {
+    XObject* parsed = nullptr;
+    if (!parseString(text, parsed)) return false;
+    const std::unique_ptr<XObject> placeholder(parsed);
+    return isValidValue(placeholder.get());
+}
+
+bool XObjectReference::matches(const Poco::RegularExpression& re) const {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    const XObject* target = getValuePriv();
+    if (target == nullptr) return false;
+    Kivo::RecursiveRWLockPtr targetLock = target->getLock();
+    Util::ScopedRecursiveReadLock read(*targetLock);
+    return target->getName().matches(re) || target->getId().matches(re) ||
+           target->getUri().matches(re);
+}
+
+const XObjectReference::value_type& XObjectReference::getValue() const {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    const value_type& target = getValuePriv();
+    if (target == nullptr) {
+        throw Poco::NullPointerException("Invalid XObject Reference without any value");
+    }
+    return target;
+}
+
+bool XObjectReference::setValue(const value_type& target) {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    if (!isValidValue(target)) return false;
+    if (dynamic_cast<const DummyObject*>(target) != nullptr) {
+        // Copied before release(): `target` may be the placeholder held now.
+        XObject* placeholder = new DummyObject(*target);
+        release();
+        m_valueDummy = placeholder;
+    } else {
+        release();
+        m_value = target;
+        observe(*target);
+    }
+    return true;
+}
+
+bool XObjectReference::setValueFromString(const std::string& text) {
+    XObject* parsed = nullptr;
+    if (!parseString(text, parsed)) return false;
+    const std::unique_ptr<XObject> placeholder(parsed);
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    XObject* resolved = nullptr;
+    if (resolveReference(placeholder.get(), resolved)) return setValue(resolved);
+    return setValue(placeholder.get());
+}
+
+bool XObjectReference::isValidValue(const value_type& target) const {
+    if (target == nullptr) return false;
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    return m_oneOf.empty() || m_oneOf.count(target->getType().identifier) != 0;
+}
+
+bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) const {
+    PairLock lock(*this, other);
+    const XObject* mine = getValuePriv();
+    const XObject* theirs = targetOf(other);
+    if (mine == theirs) return false;
+    if (theirs == nullptr) return true;
+    if (mine == nullptr) return false;
+    return *mine < *theirs;
+}
+
+bool XObjectReference::operator>(const Base::PropertyValue<XObject*>& other) const {
+    PairLock lock(*this, other);
+    const XObject* mine = getValuePriv();
+    const XObject* theirs = targetOf(other);
+    if (theirs == nullptr || mine == theirs) return false;
+    if (mine == nullptr) return true;
+    return *mine > *theirs;
+}
+
+bool XObjectReference::operator==(const Base::PropertyValue<XObject*>& other) const {
+    PairLock lock(*this, other);
+    const XObject* mine = getValuePriv();
+    const XObject* theirs = targetOf(other);
+    if (mine == theirs) return true;
+    if (mine == nullptr || theirs == nullptr) return false;
+    return *mine == *theirs;
+}
+
+bool XObjectReference::operator!=(const Base::PropertyValue<XObject*>& other) const {
+    return !(*this == other);
+}
+
+bool XObjectReference::parseString(const std::string& text, value_type& out) const {
+    out = nullptr;
+    Poco::Dynamic::Var json;
+    bool isJSON = true;
+    try {
+        json = Poco::JSON::Parser().parse(text);
+    } catch (const std::exception&) {
+        isJSON = false;
+    }
+    std::unique_ptr<DummyObject> placeholder;
+    if (!isJSON) {
+        QES_LOG_TRACE("String representation of XObject reference is no valid JSON string");
+        placeholder = createOrTrace([&text] { return DummyObject::createFromUri(text); },
+                                    "Failed to create XObject Reference from URI: ");
+    } else if (json.type() == typeid(Poco::JSON::Object::Ptr)) {
+        const Poco::JSON::Object::Ptr object = json.extract<Poco::JSON::Object::Ptr>();
+        placeholder = createOrTrace([&object] { return DummyObject::createFromJSON(object); },
+                                    "Failed to create XObject Reference from JSON: ");
+    }
+    if (placeholder == nullptr) {
+        QES_LOG_WARNING("Failed to parse string representation for XObject refrence");
+        return false;
+    }
+    out = placeholder.release();
+    return true;
+}
+
+void XObjectReference::setReferenceResolver(IReferenceResolver* resolver) {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    m_resolver = resolver;
+}
+
+bool XObjectReference::isNull() const {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    return m_value == nullptr && m_valueDummy == nullptr;
+}
+
+bool XObjectReference::isResolvedReference() const {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    return m_value != nullptr;
+}
+
+void XObjectReference::addAllowedType(const std::string& identifier) {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    m_oneOf.insert(identifier);
+}
+
+void XObjectReference::setAllowedTypes(const OneOf& types) {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    const XObject* target = getValuePriv();
+    if (target != nullptr && types.count(target->getType().identifier) == 0) {
+        throw Poco::BugcheckException(
+            "New allowed type set would not allow current XObject reference");
+    }
+    m_oneOf = types;
+}
+
+void XObjectReference::onReferenceDestroyed(const void*, const XObject& target) {
+    // Read before m_mutexValue: it takes the target's lock, which comes first in the order.
+    const Poco::UUID targetId = target.getIdentification();
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    if (m_value == nullptr) {
+        poco_bugcheck_msg("invalid reference - received event but holds no resolved reference");
+    }
+    if (m_value != &target && m_value->getIdentification() != targetId) {
+        poco_bugcheck_msg("invalid reference - received event from wrong xobject");
+    }
+    forget(*m_value);
+    delete m_valueDummy;
+    m_valueDummy = new DummyObject(target);
+    m_value = nullptr;
+}
+
+// ---------------------------------------------------------------------------------------------
+// PropertyXObjectReference
+
+PropertyXObjectReference::PropertyXObjectReference(const Base::PropertyKey& key,
+                                                   Base::Object* parent,
+                                                   const XObjectReference& value)
+    : Property<XObjectReference>(key, parent, value) {}
+
+PropertyXObjectReference::PropertyXObjectReference(const PropertyXObjectReference& other,
+                                                   Base::Object* parent)
+    : Property<XObjectReference>(other, parent) {}
+
+PropertyXObjectReference& PropertyXObjectReference::operator=(
+    const PropertyXObjectReference& other) {
+    Property<XObjectReference>::operator=(other);
+    return *this;
+}
+
+}  // namespace Kivo::Data
+
+namespace Kivo::Data::Base {
+
+template class PropertyValue<XObject*>;
+template class Property<XObjectReference>;
+template class PropertyIndex<Property<XObjectReference>>;
+
+}  // namespace Kivo::Data::Base
