@@ -16,7 +16,7 @@
 
 // Index operations at N = 1,000, 10,000 and 100,000 objects, each beside the same operation on
 // a bare std::multimap<std::string, void*> (linear walk over equal values, regular-expression
-// scan over every value). Compare BM_Index* with BM_Bare* of the same N.
+// scan over every value). The program prints each BM_Index* over its BM_Bare* of the same N.
 namespace {
 
 using namespace Kivo::Data::Base;
@@ -76,12 +76,19 @@ struct Holder {
             bareNames.emplace(items.back()->properties()[1]->getPropertyValueBase().toString(),
                               items.back().get());
             bareCategories.emplace(CATEGORIES[i % 20], items.back().get());
+            for (std::size_t key = 0; key < bareTexts.size(); ++key) {
+                const PropertyBase* property = items.back()->properties()[key];
+                bareTexts[key].emplace(property->getPropertyValueBase().toString(),
+                                       items.back().get());
+            }
         }
     }
     std::vector<std::unique_ptr<Item>> items;
     PropertyIndexUser user;
     std::multimap<std::string, void*> bareNames;
     std::multimap<std::string, void*> bareCategories;
+    // Every key's values as texts, one multimap per key: the bare free-text search.
+    std::vector<std::multimap<std::string, void*>> bareTexts{5};
 };
 
 Holder& holder(int n) {
@@ -125,6 +132,39 @@ void BM_IndexFileAll(benchmark::State& state) {
 }
 BENCHMARK(BM_IndexFileAll)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
+// Filing the same five texts per object into five bare multimaps.
+void BM_BareFileAll(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    double bytesPerObject = 0;
+    std::vector<std::vector<std::string>> texts;
+    std::mt19937 random(n);
+    for (int i = 0; i < n; ++i) {
+        Item item(randomName(random), CATEGORIES[i % 20], i);
+        texts.emplace_back();
+        for (PropertyBase* property : item.properties()) {
+            texts.back().push_back(property->getPropertyValueBase().toString());
+        }
+    }
+    for (auto _ : state) {
+        state.PauseTiming();
+        const std::size_t before = mallinfo2().uordblks;
+        state.ResumeTiming();
+        {
+            std::vector<std::multimap<std::string, void*>> bare(5);
+            for (auto& objectTexts : texts) {
+                for (std::size_t key = 0; key < bare.size(); ++key) {
+                    bare[key].emplace(objectTexts[key], &objectTexts);
+                }
+            }
+            state.PauseTiming();
+            bytesPerObject = static_cast<double>(mallinfo2().uordblks - before) / n;
+        }
+        state.ResumeTiming();
+    }
+    state.counters["index_bytes_per_object"] = bytesPerObject;
+}
+BENCHMARK(BM_BareFileAll)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
 void BM_IndexExactName(benchmark::State& state) {
     Holder& h = holder(static_cast<int>(state.range(0)));
     const auto query = nameQuery(h.bareNames.begin()->first);
@@ -147,6 +187,22 @@ void BM_IndexFreeTextExact(benchmark::State& state) {
     IndexFreeTextQuery query;
     query.values = {h.bareNames.begin()->first};
     for (auto _ : state) benchmark::DoNotOptimize(h.user.find(query));
+}
+
+// One exact text over every key: a lookup in each key's multimap, without de-duplication.
+void BM_BareFreeTextExact(benchmark::State& state) {
+    Holder& h = holder(static_cast<int>(state.range(0)));
+    const std::string wanted = h.bareNames.begin()->first;
+    for (auto _ : state) {
+        std::vector<void*> found;
+        for (const auto& texts : h.bareTexts) {
+            const auto range = texts.equal_range(wanted);
+            for (auto entry = range.first; entry != range.second; ++entry) {
+                found.push_back(entry->second);
+            }
+        }
+        benchmark::DoNotOptimize(found);
+    }
 }
 
 void BM_IndexPrefixName(benchmark::State& state) {
@@ -173,8 +229,8 @@ void bareScan(benchmark::State& state, const char* pattern) {
         benchmark::DoNotOptimize(found);
     }
 }
-void BM_BarePrefixScan(benchmark::State& state) { bareScan(state, "^abc.*$"); }
-void BM_BareLeadingWildcardScan(benchmark::State& state) { bareScan(state, "^.*abc$"); }
+void BM_BarePrefixName(benchmark::State& state) { bareScan(state, "^abc.*$"); }
+void BM_BareLeadingWildcardName(benchmark::State& state) { bareScan(state, "^.*abc$"); }
 
 void BM_IndexCategoryRefile(benchmark::State& state) {
     Holder& h = holder(static_cast<int>(state.range(0)));
@@ -212,6 +268,25 @@ void BM_IndexDropAndRefile(benchmark::State& state) {
     }
 }
 
+// One object out of and back into every key's multimap, found by the linear walk.
+void BM_BareDropAndRefile(benchmark::State& state) {
+    Holder& h = holder(static_cast<int>(state.range(0)));
+    Item& item = *h.items[h.items.size() / 2];
+    std::vector<std::string> texts;
+    for (PropertyBase* property : item.properties()) {
+        texts.push_back(property->getPropertyValueBase().toString());
+    }
+    for (auto _ : state) {
+        for (std::size_t key = 0; key < texts.size(); ++key) {
+            auto range = h.bareTexts[key].equal_range(texts[key]);
+            auto entry = range.first;
+            while (entry != range.second && entry->second != &item) ++entry;
+            h.bareTexts[key].erase(entry);
+        }
+        for (std::size_t key = 0; key < texts.size(); ++key) h.bareTexts[key].emplace(texts[key], &item);
+    }
+}
+
 void sizes(benchmark::internal::Benchmark* benchmark) {
     for (int n : {1000, 10000, 100000}) benchmark->Arg(n);
 }
@@ -219,12 +294,14 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK(BM_IndexExactName)->Apply(sizes);
 BENCHMARK(BM_BareExactName)->Apply(sizes);
 BENCHMARK(BM_IndexFreeTextExact)->Apply(sizes);
+BENCHMARK(BM_BareFreeTextExact)->Apply(sizes);
 BENCHMARK(BM_IndexPrefixName)->Apply(sizes);
-BENCHMARK(BM_BarePrefixScan)->Apply(sizes);
+BENCHMARK(BM_BarePrefixName)->Apply(sizes);
 BENCHMARK(BM_IndexLeadingWildcardName)->Apply(sizes);
-BENCHMARK(BM_BareLeadingWildcardScan)->Apply(sizes);
+BENCHMARK(BM_BareLeadingWildcardName)->Apply(sizes);
 BENCHMARK(BM_IndexCategoryRefile)->Apply(sizes);
 BENCHMARK(BM_BareCategoryRefile)->Apply(sizes);
 BENCHMARK(BM_IndexDropAndRefile)->Apply(sizes);
+BENCHMARK(BM_BareDropAndRefile)->Apply(sizes);
 
 }  // namespace

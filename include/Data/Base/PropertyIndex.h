@@ -71,12 +71,14 @@ struct PropertyIndexKeyLess {
     bool operator()(const V& a, const V& b) const { return a < b; }
 };
 
+// The keys are stored by value, so their dynamic type is V: the qualified calls spare the
+// virtual dispatch on the hottest path of every lookup.
 template <class V>
 struct PropertyIndexKeyLess<V, true> {
     typedef void is_transparent;
-    bool operator()(const V& a, const V& b) const { return a.getValue() < b.getValue(); }
-    bool operator()(const V& a, const std::string& b) const { return a.getValue() < b; }
-    bool operator()(const std::string& a, const V& b) const { return a < b.getValue(); }
+    bool operator()(const V& a, const V& b) const { return a.V::getValue() < b.V::getValue(); }
+    bool operator()(const V& a, const std::string& b) const { return a.V::getValue() < b; }
+    bool operator()(const std::string& a, const V& b) const { return a < b.V::getValue(); }
 };
 
 // The index of the properties of type TProperty (a Property<V>) filed under key m_key.
@@ -314,7 +316,7 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
     std::vector<Object*> result;
     for (const auto& entry : m_index) {
         if constexpr (IS_TEXT) {
-            if (re.match(entry.first.getValue(), 0)) result.push_back(entry.second->getParent());
+            if (re.match(entry.first.key_type::getValue(), 0)) result.push_back(entry.second->getParent());
         } else {
             if (re.match(entry.first.toString(), 0)) result.push_back(entry.second->getParent());
         }
@@ -327,7 +329,7 @@ std::vector<Object*> PropertyIndex<TProperty>::findByPrefix(const std::string& p
     if constexpr (IS_TEXT) {
         std::vector<Object*> result;
         for (auto entry = m_index.lower_bound(prefix); entry != m_index.end(); ++entry) {
-            const std::string& text = entry->first.getValue();
+            const std::string& text = entry->first.key_type::getValue();
             if (text.compare(0, prefix.size(), prefix) != 0) break;
             // ".*" stops at a line break and a match never covers the empty text.
             if (text.find('\n', prefix.size()) == std::string::npos && !text.empty()) {
