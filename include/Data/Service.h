@@ -12,6 +12,7 @@
 
 #include "Data/AbstractResource.h"
 #include "Data/Base/Property.h"
+#include "Data/ReferenceResolver.h"
 #include "Data/XObject.h"
 
 namespace Kivo::Data {
@@ -26,10 +27,17 @@ namespace Kivo::Data {
 // service's read lock, initialisation and registration its write lock. Lock order in a tree
 // whose objects do not share one lock: service, then resource, then element.
 //
+// The service is also the resolver of references into it: its chain starts with its own
+// LocalReferenceResolver, which holds every registered resource under its URI, so resolve()
+// finds the elements of the service's resources. Further resolvers (other services) may be
+// appended with addReferenceResolver. A resource's entry follows its URI when
+// initResourceFromJSON changes it. Resolution takes no lock of the service: resolve under the
+// tree's read lock while other threads may register, unregister or initialise resources.
+//
 // Initialisation from JSON reports failure as false with one error line; nothing is thrown
 // for bad input except by initFromJSON, which logs and rethrows what the JSON or value
 // libraries throw.
-class Service : public XObject, public IContainerObject {
+class Service : public XObject, public IContainerObject, public CombinedReferenceResolver {
 public:
     typedef std::map<std::string, AbstractResource*> ResourceMap;
 
@@ -43,6 +51,7 @@ public:
     // 0 to 65535 later on too.
     Service(const std::string& name, const std::string& description, std::uint16_t port,
             const Base::PropertyValueUuid& id);
+    // Not copyable: resources register with one service by its address.
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
     // Logs a critical line when resources are still registered; deletes none of them.
@@ -80,13 +89,17 @@ public:
     // initResourceDataFromJSON).
     bool initResourceDataFromJSON(const std::string& name, const Poco::JSON::Array* elements);
 
-    // Called by AbstractResource: files `resource` under its name (case-sensitive). False, with
-    // an error line, when the name is taken.
+    // Called by AbstractResource: files `resource` under its name (case-sensitive) and adds it
+    // to the service's local resolver (where the first resource with a given URI stays). False,
+    // with an error line, when the name is taken.
     bool registerResource(AbstractResource* resource);
-    // Removes `resource` if it is the one filed under its name (compared case-insensitively);
-    // false otherwise, so a resource whose registration failed cannot remove the one that
-    // holds its name.
+    // Removes `resource` if it is the one filed under its name (compared case-insensitively),
+    // and takes it out of the local resolver where it is the one filed under its URI; false
+    // otherwise, so a resource whose registration failed can remove neither the resource that
+    // holds its name nor the one that holds its URI.
     bool unregisterResource(AbstractResource* resource);
+    // The resolver that holds the registered resources; first in the service's chain.
+    const LocalReferenceResolver& getLocalResolver() const { return m_localResolver; }
 
     // Owner-side additions to the array properties: false when the text fails the array's
     // element format (service categories, versions).
@@ -118,6 +131,8 @@ private:
                               const std::function<bool(const Poco::JSON::Object::Ptr&)>& initialise);
     bool initAllPropertiesFromJSON(const Poco::JSON::Object& json);
     bool hasValidNameAndUri() const;
+    // Whether the local resolver holds `resource` itself. REQUIRES: the lock.
+    bool isResolverSource(const AbstractResource* resource) const;
 
     ResourceMap m_resources;  // guarded by the lock; not owned
     Base::PropertyString m_description;
@@ -126,6 +141,7 @@ private:
     Base::PropertyStringArray m_privileges;
     Base::PropertyVersionArray m_versions;
     bool m_isInitialisedFromJSON = false;  // guarded by the lock
+    LocalReferenceResolver m_localResolver;  // guarded by the lock
 };
 
 }  // namespace Kivo::Data

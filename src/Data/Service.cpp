@@ -1,5 +1,6 @@
 #include "Data/Service.h"
 
+#include <algorithm>
 #include <exception>
 #include <vector>
 
@@ -47,6 +48,7 @@ Service::Service(const std::string& name, const std::string& description, std::u
         property->registerAtOwner();
     }
     setUri(Base::PropertyValueUri("/" + name));
+    addReferenceResolver(&m_localResolver);
 }
 
 Service::~Service() {
@@ -178,7 +180,12 @@ bool Service::initResourceFromJSON(const Poco::JSON::Object* json) {
     ScopedRecursiveWriteLock lock(lockRef());
     AbstractResource* resource = findOrCreateResource(name);
     if (resource == nullptr) return false;
-    if (!resource->initResourceFromJSON(json).isSuccess()) {
+    // The description may change the resource's URI, its key in the local resolver.
+    const bool isSource = isResolverSource(resource);
+    if (isSource) m_localResolver.removeSource(resource);
+    const bool initialised = resource->initResourceFromJSON(json).isSuccess();
+    if (isSource) m_localResolver.addSource(resource);
+    if (!initialised) {
         QES_LOG_ERROR("Failed to parse resource " << name << "of service " << getName().getValue());
         return false;
     }
@@ -209,6 +216,7 @@ bool Service::registerResource(AbstractResource* resource) {
                                                      << ". Resource name is already in use.");
         return false;
     }
+    m_localResolver.addSource(resource);
     return true;
 }
 
@@ -216,8 +224,14 @@ bool Service::unregisterResource(AbstractResource* resource) {
     ScopedRecursiveWriteLock lock(lockRef());
     const auto entry = findResource(resource->getName().getValue());
     if (entry == m_resources.end() || entry->second != resource) return false;
+    if (isResolverSource(resource)) m_localResolver.removeSource(resource);
     m_resources.erase(entry);
     return true;
+}
+
+bool Service::isResolverSource(const AbstractResource* resource) const {
+    const auto sources = m_localResolver.getSources();
+    return std::find(sources.begin(), sources.end(), resource) != sources.end();
 }
 
 bool Service::addServiceCategory(const std::string& category) {

@@ -8,7 +8,9 @@
 #include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
+#include "Data/ElementContainer.h"
 #include "Data/ElementFixture.h"
+#include "Data/XObjectReference.h"
 #include "TestChannel.h"
 
 namespace Kivo::Data {
@@ -16,6 +18,7 @@ namespace {
 
 using Base::PropertyValueUuid;
 using Kivo::Test::ScopedLogCapture;
+using Kivo::Test::TestElement;
 using Kivo::Test::TestResource;
 
 const char* const ID = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
@@ -213,6 +216,76 @@ TEST(Service, ResourceDescriptions) {
         EXPECT_FALSE(service.initResourcesFromJSON(array.get())) << row.json;
         EXPECT_EQ(row.log, capture.texts()) << row.json;
     }
+}
+
+class Items : public ElementContainer<TestElement> {
+public:
+    Items(Service& service, const std::string& name)
+        : ElementContainer(service, name, name, PropertyValueUuid()) {
+        init();
+    }
+};
+
+// Resolves every placeholder to one fixed object.
+class FixedResolver : public IReferenceResolver {
+public:
+    explicit FixedResolver(XObject* object) : m_object(object) {}
+    bool resolve(XObject*, XObject*& result) const override {
+        result = m_object;
+        return true;
+    }
+
+private:
+    XObject* m_object;
+};
+
+XObject* resolved(const Service& service, const std::string& uri) {
+    const auto placeholder = DummyObject::createFromUri(uri);
+    XObject* result = nullptr;
+    return service.resolve(placeholder.get(), result) ? result : nullptr;
+}
+
+TEST(Service, ResolvesTheElementsOfItsResourcesByTheirCurrentUri) {
+    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+    Service service("Media", "", 1, PropertyValueUuid());
+    Items tracks(service, "Tracks");
+    const auto element = parseObject(std::string(R"({"id":")") + ID + R"(","title":"a"})");
+    ASSERT_TRUE(tracks.addElement(element.get()).isSuccess());
+    AbstractResource::Ptr held;
+    ASSERT_TRUE(tracks.getElement(Poco::UUID(ID), held).isSuccess());
+
+    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Tracks/") + ID));
+    EXPECT_EQ(nullptr, resolved(service, "/Media/Tracks/00000000-0000-4000-8000-000000000001"));
+    EXPECT_EQ(nullptr, resolved(service, std::string("/Media/Albums/") + ID));
+
+    // A description that moves the resource moves its resolver entry with it.
+    const auto moved = parseObject(std::string(R"({"id":")") + ID +
+                                   R"(","name":"Tracks","uri":"/Media/Songs","description":""})");
+    ASSERT_TRUE(service.initResourceFromJSON(moved.get()));
+    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
+    EXPECT_EQ(nullptr, resolved(service, std::string("/Media/Tracks/") + ID));
+
+    {
+        // A second resource taking the same URI neither replaces the first in the resolver
+        // nor takes it out when it goes.
+        Items other(service, "Other");
+        const auto clash = parseObject(std::string(R"({"id":")") + ID +
+                                       R"(","name":"Other","uri":"/Media/Songs","description":""})");
+        ASSERT_TRUE(service.initResourceFromJSON(clash.get()));
+        EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
+        EXPECT_EQ(nullptr, resolved(service, std::string("/Media/Other/") + ID));
+    }
+    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
+    EXPECT_EQ((LocalReferenceResolver::SourceList{&tracks}),
+              service.getLocalResolver().getSources());
+
+    // Resolvers appended to the chain are asked only when the service's own one fails.
+    Service elsewhere("Radio", "", 1, PropertyValueUuid());
+    FixedResolver fallback(&elsewhere);
+    ASSERT_TRUE(service.addReferenceResolver(&fallback));
+    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
+    EXPECT_EQ(&elsewhere, resolved(service, std::string("/Media/Albums/") + ID));
+    EXPECT_TRUE(capture.texts().empty());
 }
 
 TEST(Service, DataAsJSONListsResourcesInNameOrder) {
