@@ -1,0 +1,78 @@
+#include "MediaElements.h"
+
+#include <set>
+
+#include <Data/Service.h>
+
+namespace Media {
+
+using Kivo::Data::Base::PropertyBase;
+using Kivo::Data::Base::PropertyValueArray;
+
+namespace {
+
+void registerAll(std::initializer_list<PropertyBase*> properties) {
+    for (PropertyBase* property : properties) property->registerAtOwner();
+}
+
+bool isOneOf(const PropertyKey& key, const std::set<PropertyKey>& keys) {
+    return keys.count(key) != 0;
+}
+
+PropertyValueArray<PropertyValueString> textArray() {
+    return PropertyValueArray<PropertyValueString>(PropertyValueString(""));
+}
+
+}  // namespace
+
+const PropertyValueEnum::EnumValues Album::GENRES = {
+    "unknown", "rock", "pop", "jazz", "classical", "electronic", "folk", "soundtrack"};
+const std::string Album::TYPE_NAME = "AlbumObject";
+const std::string Track::TYPE_NAME = "TrackObject";
+const std::string Playlist::TYPE_NAME = "PlaylistObject";
+
+Album::Album(AbstractResource& resource)
+    : Element(TYPE_NAME, resource),
+      artist("artist", this, PropertyValueString("")),
+      released("released", this, PropertyDate::property_value("1970-01-01")),
+      language("language", this, PropertyLanguage::property_value("en")),
+      genre("genre", this, PropertyValueEnum(GENRES)),
+      tags("tags", this, textArray()) {
+    registerAll({&artist, &released, &language, &genre, &tags});
+}
+
+bool Album::isPostAllowed(const PropertyKey& key) const {
+    return isOneOf(key, {"genre", "tags"});
+}
+
+Track::Track(AbstractResource& resource)
+    : Element(TYPE_NAME, resource),
+      number("number", this, PropertyValueNumberBase<long>(1, 1, 99, {})),
+      duration("duration", this, PropertyValueNumberBase<long>(1, 1, 7200, {})),
+      language("language", this, PropertyLanguage::property_value("en")),
+      album("album", this),
+      rating("rating", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
+    // References to albums resolve through the service, which knows every resource.
+    album.setReferenceResolver(resource.getService());
+    album.addAllowedType(resource.getService()->getName().getValue() + ".Albums." +
+                         Album::TYPE_NAME);
+    registerAll({&number, &duration, &language, &album});
+}
+
+bool Track::isPostAllowed(const PropertyKey& key) const {
+    return isOneOf(key, {"name", "rating", "album"});
+}
+
+Playlist::Playlist(AbstractResource& resource)
+    : Element(TYPE_NAME, resource),
+      description("description", this, PropertyValueString("")),
+      created("created", this, PropertyDate::property_value("1970-01-01")),
+      tracks("tracks", this, textArray()) {
+    registerAll({&description, &created, &tracks});
+}
+
+bool Playlist::isPostAllowed(const PropertyKey& key) const {
+    return isOneOf(key, {"name", "description", "tracks"});
+}
+
+}  // namespace Media

@@ -1,0 +1,344 @@
+#include "RegistrySession.h"
+
+#include <chrono>
+#include <ostream>
+#include <sstream>
+
+#include <Poco/Delegate.h>
+#include <Poco/Exception.h>
+#include <Poco/JSON/Parser.h>
+#include <Poco/String.h>
+#include <Poco/StringTokenizer.h>
+#include <Poco/URI.h>
+#include <Poco/UUIDGenerator.h>
+
+#include <Data/Base/PropertyIndexQuery.h>
+#include <Util/RecursiveRWLock.h>
+
+namespace Registry {
+
+using Kivo::Data::AbstractResource;
+using Kivo::Data::Element;
+using Kivo::Data::OperationResult;
+using Kivo::Data::XObject;
+using Kivo::Data::XObjectReference;
+
+const char* const RegistrySession::HELP =
+    "Commands (one per line; words are separated by blanks, the last argument takes the rest\n"
+    "of the line):\n"
+    "  list <resource> [offset [count]]   elements of a resource in id order (default 0 10)\n"
+    "  get <uri> [key ...]                an element; reference keys given are expanded\n"
+    "  find <resource> <key>=<value>      elements whose value is <value>; \"%\" matches any text\n"
+    "  search <resource> <text>           elements with <text> as the value of any key\n"
+    "  set <uri> <key> <value>            write one property from text\n"
+    "  update <uri> <json>                apply a JSON update, all or nothing\n"
+    "  remove <uri> <key>                 clear an optional property\n"
+    "  resolve <uri> <key>                the element a reference property points at\n"
+    "  watch                              print every element change as it arrives\n"
+    "  help                               this text\n"
+    "Element URIs read /<service>/<resource>/<uuid>. Answers are JSON; client results are\n"
+    "{\"result\": <result string>}.\n";
+
+namespace {
+
+const auto CHANGE_TIMEOUT = std::chrono::seconds(5);
+
+std::vector<std::string> split(const std::string& line, std::size_t limit) {
+    std::vector<std::string> words;
+    std::size_t position = line.find_first_not_of(" \t");
+    while (position != std::string::npos) {
+        if (words.size() + 1 == limit) {
+            words.push_back(Poco::trimRight(line.substr(position)));
+            break;
+        }
+        const std::size_t end = line.find_first_of(" \t", position);
+        words.push_back(line.substr(position, end - position));
+        position = line.find_first_not_of(" \t", end);
+    }
+    return words;
+}
+
+// How many words each command splits its line into: its last argument takes the rest.
+std::size_t wordLimit(const std::string& command) {
+    if (command == "set") return 4;
+    if (command == "update" || command == "search" || command == "find") return 3;
+    return 0;
+}
+
+Poco::JSON::Object::Ptr resultJSON(const OperationResult& result) {
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
+    json->set("result", OperationResult::valueToString(result.value()));
+    return json;
+}
+
+Poco::JSON::Array::Ptr compactForms(const AbstractResource::ElementQueryResult& elements) {
+    Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
+    for (const auto& element : elements) array->add(element->toJSON(-1));
+    return array;
+}
+
+bool parseCount(const std::string& text, int& value) {
+    std::istringstream in(text);
+    return (in >> value) && in.eof();
+}
+
+}  // namespace
+
+RegistrySession::RegistrySession(Media::MediaService& service, std::ostream& out,
+                                 std::ostream& err, bool pretty)
+    : m_service(service), m_out(out), m_err(err), m_pretty(pretty) {}
+
+RegistrySession::~RegistrySession() {
+    m_service.ElementChanged -= Poco::delegate(this, &RegistrySession::onElementChanged);
+}
+
+bool RegistrySession::execute(const std::string& line) {
+    const std::string trimmed = Poco::trim(line);
+    if (trimmed.empty() || trimmed[0] == '#') return true;
+    const std::string command = split(trimmed, 2).front();
+    const Words words = split(trimmed, wordLimit(command));
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_commandRunning = true;
+    }
+    bool good = false;
+    try {
+        if (command == "list") good = list(words);
+        else if (command == "get") good = get(words);
+        else if (command == "find") good = find(words);
+        else if (command == "search") good = search(words);
+        else if (command == "set") good = set(words);
+        else if (command == "update") good = update(words);
+        else if (command == "remove") good = remove(words);
+        else if (command == "resolve") good = resolve(words);
+        else if (command == "watch") good = watch(words);
+        else if (command == "help") {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_out << HELP;
+            good = true;
+        } else {
+            good = fail("unknown command '" + command + "' (try 'help')");
+        }
+    } catch (const Poco::Exception& error) {
+        good = fail(command + ": " + error.displayText());
+    } catch (const std::exception& error) {
+        good = fail(command + ": " + error.what());
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& change : m_heldChanges) write(change);
+    m_heldChanges.clear();
+    m_commandRunning = false;
+    return good;
+}
+
+bool RegistrySession::list(const Words& words) {
+    int offset = 0;
+    int count = 10;
+    if (words.size() < 2 || words.size() > 4 ||
+        (words.size() > 2 && !parseCount(words[2], offset)) ||
+        (words.size() > 3 && !parseCount(words[3], count))) {
+        return fail("usage: list <resource> [offset [count]]");
+    }
+    AbstractResource* resource = resourceNamed(words[1]);
+    if (resource == nullptr) return false;
+    AbstractResource::ElementQueryResult page;
+    const OperationResult result = resource->getElements(page, offset, count);
+    if (!result.isSuccess()) {
+        print(resultJSON(result));
+        return true;
+    }
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
+    json->set("resource", resource->getName().getValue());
+    json->set("size", resource->size());
+    json->set("offset", offset);
+    json->set("elements", compactForms(page));
+    print(json);
+    return true;
+}
+
+bool RegistrySession::get(const Words& words) {
+    if (words.size() < 2) return fail("usage: get <uri> [key ...]");
+    AbstractResource::Ptr element = elementAt(words[1]);
+    if (element.isNull()) return false;
+    print(element->toJSON(Words(words.begin() + 2, words.end())));
+    return true;
+}
+
+bool RegistrySession::find(const Words& words) {
+    const std::size_t equals = words.size() == 3 ? words[2].find('=') : std::string::npos;
+    if (equals == std::string::npos || equals == 0) {
+        return fail("usage: find <resource> <key>=<value>");
+    }
+    AbstractResource* resource = resourceNamed(words[1]);
+    if (resource == nullptr) return false;
+    Kivo::Data::Base::IndexGenericValueQuery query;
+    query.key = words[2].substr(0, equals);
+    query.values = {words[2].substr(equals + 1)};
+    AbstractResource::ElementQueryResult found;
+    const OperationResult result = resource->findElements(query, found);
+    print(result.isSuccess() ? Poco::Dynamic::Var(compactForms(found))
+                             : Poco::Dynamic::Var(resultJSON(result)));
+    return true;
+}
+
+bool RegistrySession::search(const Words& words) {
+    if (words.size() != 3) return fail("usage: search <resource> <text>");
+    AbstractResource* resource = resourceNamed(words[1]);
+    if (resource == nullptr) return false;
+    Kivo::Data::Base::IndexFreeTextQuery query;
+    query.values = {words[2]};
+    AbstractResource::ElementQueryResult found;
+    const OperationResult result = resource->findElements(query, found);
+    print(result.isSuccess() ? Poco::Dynamic::Var(compactForms(found))
+                             : Poco::Dynamic::Var(resultJSON(result)));
+    return true;
+}
+
+bool RegistrySession::set(const Words& words) {
+    if (words.size() != 4) return fail("usage: set <uri> <key> <value>");
+    AbstractResource::Ptr element = elementAt(words[1]);
+    if (element.isNull()) return false;
+    const std::size_t before = changesSeen();
+    printChange(element->setProperty(words[2], words[3]), before);
+    return true;
+}
+
+bool RegistrySession::update(const Words& words) {
+    if (words.size() != 3) return fail("usage: update <uri> <json>");
+    AbstractResource::Ptr element = elementAt(words[1]);
+    if (element.isNull()) return false;
+    Poco::JSON::Object::Ptr json;
+    try {
+        const Poco::Dynamic::Var parsed = Poco::JSON::Parser().parse(words[2]);
+        if (parsed.type() == typeid(Poco::JSON::Object::Ptr)) {
+            json = parsed.extract<Poco::JSON::Object::Ptr>();
+        }
+    } catch (const Poco::Exception&) {
+    }
+    if (json.isNull()) return fail("update: malformed JSON object: " + words[2]);
+    const std::size_t before = changesSeen();
+    printChange(element->getResource()->updateElementFromJSON(element->getIdentification(),
+                                                              json.get()),
+                before);
+    return true;
+}
+
+bool RegistrySession::remove(const Words& words) {
+    if (words.size() != 3) return fail("usage: remove <uri> <key>");
+    AbstractResource::Ptr element = elementAt(words[1]);
+    if (element.isNull()) return false;
+    const std::size_t before = changesSeen();
+    printChange(element->removeProperty(words[2]), before);
+    return true;
+}
+
+bool RegistrySession::resolve(const Words& words) {
+    if (words.size() != 3) return fail("usage: resolve <uri> <key>");
+    AbstractResource::Ptr element = elementAt(words[1]);
+    if (element.isNull()) return false;
+    // The tree's read lock keeps the target alive while it is read.
+    Kivo::Util::ScopedRecursiveReadLock lock(*element->getLock());
+    const auto* reference = dynamic_cast<const Kivo::Data::PropertyXObjectReference*>(
+        element->getProperty(words[2]));
+    if (reference == nullptr) {
+        return fail("resolve: " + words[2] + " is no reference property of " + words[1]);
+    }
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
+    if (reference->isNull()) {
+        json->set("resolved", false);
+    } else {
+        XObject* target = reference->getValue();
+        json->set("resolved", reference->isResolvedReference());
+        json->set("target", target->toJSON(0));
+    }
+    print(json);
+    return true;
+}
+
+bool RegistrySession::watch(const Words& words) {
+    if (words.size() != 1) return fail("usage: watch");
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_watching) return true;
+        m_watching = true;
+    }
+    m_service.ElementChanged += Poco::delegate(this, &RegistrySession::onElementChanged);
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
+    json->set("watching", true);
+    print(json);
+    return true;
+}
+
+AbstractResource* RegistrySession::resourceNamed(const std::string& name) {
+    AbstractResource* resource = m_service.getResource(name);
+    if (resource == nullptr) fail("unknown resource '" + name + "'");
+    return resource;
+}
+
+AbstractResource::Ptr RegistrySession::elementAt(const std::string& uri) {
+    std::vector<std::string> segments;
+    try {
+        Poco::URI(uri).getPathSegments(segments);
+    } catch (const Poco::SyntaxException&) {
+    }
+    Poco::UUID id;
+    AbstractResource* resource = nullptr;
+    if (segments.size() == 3 && segments[0] == m_service.getName().getValue() &&
+        id.tryParse(segments[2])) {
+        resource = m_service.getResource(segments[1]);
+    }
+    AbstractResource::Ptr element;
+    if (resource == nullptr || !resource->getElement(id, element).isSuccess()) {
+        fail("unknown URI '" + uri + "'");
+        return AbstractResource::Ptr();
+    }
+    return element;
+}
+
+std::size_t RegistrySession::changesSeen() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_changesSeen;
+}
+
+void RegistrySession::printChange(const OperationResult& result, std::size_t seenBefore) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    write(resultJSON(result));
+    if (m_watching && result.value() == OperationResult::OK) {
+        m_printed.wait_for(lock, CHANGE_TIMEOUT, [&] { return m_changesSeen > seenBefore; });
+    }
+}
+
+void RegistrySession::print(const Poco::Dynamic::Var& json) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    write(json);
+}
+
+void RegistrySession::write(const Poco::Dynamic::Var& json) {
+    Poco::JSON::Stringifier::stringify(json, m_out, m_pretty ? 2 : 0);
+    m_out << std::endl;
+}
+
+bool RegistrySession::fail(const std::string& message) {
+    m_err << "error: " << message << std::endl;
+    return false;
+}
+
+void RegistrySession::onElementChanged(const void*, const Media::ElementChange& change) {
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
+    json->set("event", "DataChanged");
+    json->set("resource", change.resource);
+    json->set("id", change.payload.getSourceElementId().toString());
+    Poco::JSON::Array::Ptr keys = new Poco::JSON::Array;
+    for (const std::string& key : change.payload.getSourcePropertyKeys()) keys->add(key);
+    json->set("keys", keys);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_commandRunning) {
+        m_heldChanges.push_back(json);
+    } else {
+        write(json);
+    }
+    ++m_changesSeen;
+    m_printed.notify_all();
+}
+
+}  // namespace Registry
