@@ -17,7 +17,6 @@
 namespace Kivo::Data {
 
 class AbstractResource;
-class DataChangedTarget;
 class Element;
 class OptionalPropertyBase;
 
@@ -32,9 +31,12 @@ typedef std::set<std::string> KeyCollection;
 //   refused), and the raises of one element arrive in the order they were made;
 // - all deliveries run one after another on one pool thread at a time, so a slow subscriber
 //   delays the others;
+// - each raise goes to the subscribers the element had when it was raised (as with Poco's
+//   notifyAsync): one that subscribes later does not receive it, so a resource that starts
+//   observing an element after filling it sees none of the filling;
 // - the sender is the element's address, which may already be destroyed when a subscriber runs:
-//   identify the element by the payload's id. Raises still queued when the element is destroyed
-//   are delivered to the subscribers it had at that moment;
+//   identify the element by the payload's id; raises still queued when the element is destroyed
+//   are delivered all the same;
 // - an exception thrown by a subscriber is logged and swallowed.
 // A subscriber that removes its delegate is never called afterwards, so it may be destroyed as
 // soon as the removal returns.
@@ -175,8 +177,6 @@ private:
 
     AbstractResource* m_resource;             // not owned; outlives the element
     OptionalPropertyMap m_optionalProperties;  // guarded by the write lock; not owned
-    // Shared with queued DataChanged deliveries, which may outlive the element.
-    std::shared_ptr<DataChangedTarget> m_dataChangedTarget;
 };
 
 }  // namespace Kivo::Data

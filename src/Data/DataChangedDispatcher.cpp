@@ -9,29 +9,16 @@
 
 namespace Kivo::Data {
 
-void DataChangedTarget::detach() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_event == nullptr) return;
-    m_lastDelegates.emplace(m_event->copyDelegates());
-    m_event = nullptr;
-}
-
-DataChangedTarget::Delegates DataChangedTarget::delegates() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_event != nullptr) return m_event->copyDelegates();
-    return m_lastDelegates ? *m_lastDelegates : Delegates();
-}
-
 DataChangedDispatcher& DataChangedDispatcher::instance() {
     // Never destroyed: pool threads may still drain the queue while the process exits.
     static DataChangedDispatcher* dispatcher = new DataChangedDispatcher;
     return *dispatcher;
 }
 
-void DataChangedDispatcher::post(const std::shared_ptr<DataChangedTarget>& target,
-                                 const void* sender, const Payload& payload) {
+void DataChangedDispatcher::post(Delegates delegates, const void* sender,
+                                 const Payload& payload) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_queue.push_back(Delivery{target, sender, payload});
+    m_queue.push_back(Delivery{std::move(delegates), sender, payload});
     if (!m_draining) startDrainer();
 }
 
@@ -68,7 +55,7 @@ void DataChangedDispatcher::run() {
 
 void DataChangedDispatcher::deliver(Delivery& delivery) {
     try {
-        delivery.target->delegates().notify(delivery.sender, delivery.payload);
+        delivery.delegates.notify(delivery.sender, delivery.payload);
     } catch (const std::exception& error) {
         QES_LOG_ERROR("DataChanged subscriber failed: " << error.what());
     } catch (...) {

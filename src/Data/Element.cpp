@@ -59,14 +59,12 @@ IElementDataChangedSource::DataChangedEvent::copyDelegates() const {
 Element::Element(const std::string& typeName, AbstractResource& resource)
     : XObject(Type(typeName, resource), Base::PropertyValueString(std::string()),
               Base::PropertyValueUuid()),
-      m_resource(&resource),
-      m_dataChangedTarget(std::make_shared<DataChangedTarget>(DataChanged)) {}
+      m_resource(&resource) {}
 
 Element::Element(const std::string& typeName, AbstractResource& resource,
                  const Base::PropertyValueString& name, const Base::PropertyValueUuid& id)
     : XObject(Type(typeName, resource), name, id),
-      m_resource(&resource),
-      m_dataChangedTarget(std::make_shared<DataChangedTarget>(DataChanged)) {
+      m_resource(&resource) {
     if (!adjustElementUri()) {
         QES_LOG_ERROR("Failed to initalise Element!");
         throw Poco::DataException("Failed to initalise Element!");
@@ -76,8 +74,7 @@ Element::Element(const std::string& typeName, AbstractResource& resource,
 Element::Element(const Element& other)
     : XObject(other),
       IElementDataChangedSource(),
-      m_resource(other.m_resource),
-      m_dataChangedTarget(std::make_shared<DataChangedTarget>(DataChanged)) {}
+      m_resource(other.m_resource) {}
 
 Element::~Element() {
     try {
@@ -86,9 +83,8 @@ Element::~Element() {
             ScopedRecursiveWriteLock lock(lockRef());
             m_optionalProperties.clear();
         }
-        // Raises still queued, the destructor's own among them, go to today's subscribers. The
-        // event is not cleared: clearing would disable the delegates those deliveries hold.
-        m_dataChangedTarget->detach();
+        // DataChanged is not cleared: clearing would disable the delegates that queued
+        // deliveries, the destructor's own among them, hold.
         OptionalPropertySet.clear();
     } catch (...) {
         poco_unexpected();
@@ -387,7 +383,10 @@ void Element::onPropertyDestroyed(const PropertyEventPayload& payload) {
 
 void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
     if (!DataChanged.isEnabled()) return;
-    DataChangedDispatcher::instance().post(m_dataChangedTarget, this, payload);
+    auto delegates = DataChanged.copyDelegates();
+    // Without subscribers there is nobody to deliver to, now or later.
+    if (delegates.empty()) return;
+    DataChangedDispatcher::instance().post(std::move(delegates), this, payload);
 }
 
 }  // namespace Kivo::Data

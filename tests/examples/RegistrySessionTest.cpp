@@ -1,0 +1,180 @@
+#include "RegistrySession.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Parser.h>
+#include <gtest/gtest.h>
+
+#include "MediaData.h"
+#include "TestChannel.h"
+
+namespace Registry {
+namespace {
+
+using Kivo::Data::AbstractResource;
+using Kivo::Data::XObject;
+using Kivo::Test::ScopedLogCapture;
+
+const std::string TRACK = "/Media/Tracks/19acbfe1-6252-475b-bf5b-8660cbeb4369";
+const std::string ALBUM = "/Media/Albums/08d7a2ea-41d8-4d66-92bb-ab0eb9c3b5a2";
+
+std::vector<Poco::Dynamic::Var> documents(const std::string& text) {
+    std::vector<Poco::Dynamic::Var> result;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) result.push_back(Poco::JSON::Parser().parse(line));
+    return result;
+}
+
+Poco::JSON::Object::Ptr object(const Poco::Dynamic::Var& json) {
+    return json.extract<Poco::JSON::Object::Ptr>();
+}
+
+std::vector<std::string> names(const Poco::Dynamic::Var& json) {
+    std::vector<std::string> result;
+    const auto array = json.extract<Poco::JSON::Array::Ptr>();
+    for (std::size_t i = 0; i < array->size(); ++i) {
+        result.push_back(array->getObject(i)->getValue<std::string>("name"));
+    }
+    return result;
+}
+
+std::string text(const Poco::Dynamic::Var& json) {
+    std::ostringstream out;
+    Poco::JSON::Stringifier::stringify(json, out);
+    return out.str();
+}
+
+struct Loaded {
+    Loaded() {
+        const bool loaded = Media::MediaData::read(QES_MEDIA_DATA_DIR).loadInto(service);
+        EXPECT_TRUE(loaded);
+    }
+    Media::MediaService service;
+    std::ostringstream out;
+    std::ostringstream err;
+};
+
+TEST(MediaData, ShippedAndGeneratedDataLoadWithEveryReferenceResolved) {
+    Loaded shipped;
+    EXPECT_EQ(40u, shipped.service.albums.size());
+    EXPECT_EQ(320u, shipped.service.tracks.size());
+    EXPECT_EQ(12u, shipped.service.playlists.size());
+
+    // Generated data loads at any size; the same arguments give the same ids.
+    ScopedLogCapture capture(Poco::Message::PRIO_WARNING);
+    Media::MediaService generated;
+    ASSERT_TRUE(Media::generateMediaData(7, 3, 2, 9).loadInto(generated));
+    EXPECT_EQ(7u, generated.albums.size());
+    EXPECT_EQ(21u, generated.tracks.size());
+    EXPECT_EQ(2u, generated.playlists.size());
+    EXPECT_EQ(text(Media::generateMediaData(7, 3, 2, 9).elements),
+              text(Media::generateMediaData(7, 3, 2, 9).elements));
+    EXPECT_NE(text(Media::generateMediaData(7, 3, 2, 9).elements),
+              text(Media::generateMediaData(7, 3, 2, 10).elements));
+
+    AbstractResource::ElementQueryResult tracks;
+    ASSERT_TRUE(generated.tracks.getElements(tracks, 0, 100).isSuccess());
+    ASSERT_EQ(21u, tracks.size());
+    for (const auto& element : tracks) {
+        const auto& track = static_cast<const Media::Track&>(*element);
+        Kivo::Util::ScopedRecursiveReadLock lock(*track.getLock());
+        XObject* album = track.album.getValue();
+        EXPECT_TRUE(track.album.isResolvedReference());
+        EXPECT_TRUE(generated.albums.hasElement(album->getIdentification()));
+    }
+    EXPECT_TRUE(capture.texts().empty());
+}
+
+TEST(RegistrySession, ScriptedTourAnswersInOrder) {
+    Loaded tree;
+    {
+        RegistrySession session(tree.service, tree.out, tree.err, false);
+        for (const std::string& line : std::vector<std::string>{
+                 "# comments and blank lines are skipped", "", "watch",
+                 "find Albums name=Golden Highway", "find Tracks name=Silent R%",
+                 "search Albums jazz", "list Playlists 10 5", "get " + TRACK + " album",
+                 "update " + TRACK + R"j( {"name": "Silent Season (live)", "rating": 5})j",
+                 "find Tracks name=Silent Season (live)",
+                 "update " + ALBUM + R"( {"artist": "Somebody else"})",
+                 "update " + TRACK + R"( {"rating": 9})", "set " + TRACK + " rating 4",
+                 "remove " + TRACK + " rating", "resolve " + TRACK + " album"}) {
+            EXPECT_TRUE(session.execute(line)) << line;
+        }
+    }
+    EXPECT_EQ("", tree.err.str());
+    const auto answers = documents(tree.out.str());
+    ASSERT_EQ(16u, answers.size()) << tree.out.str();
+    EXPECT_TRUE(object(answers[0])->getValue<bool>("watching"));
+    EXPECT_EQ(std::vector<std::string>{"Golden Highway"}, names(answers[1]));
+    EXPECT_EQ(std::vector<std::string>{"Silent River"}, names(answers[2]));
+    EXPECT_EQ(5u, names(answers[3]).size()) << "albums with the genre jazz";
+    EXPECT_EQ(2u, object(answers[4])->getArray("elements")->size()) << "the last two of 12";
+    EXPECT_EQ("Broken Lantern", object(answers[5])->getObject("album")->getValue<std::string>("name"));
+
+    // Each change is answered, then reported once; refusals report nothing.
+    const auto change = [&](std::size_t index) {
+        std::vector<std::string> keys;
+        const auto json = object(answers[index]);
+        EXPECT_EQ("DataChanged", json->getValue<std::string>("event"));
+        EXPECT_EQ("Tracks", json->getValue<std::string>("resource"));
+        const auto array = json->getArray("keys");
+        for (std::size_t i = 0; i < array->size(); ++i) keys.push_back(array->getElement<std::string>(i));
+        return keys;
+    };
+    EXPECT_EQ("ok", object(answers[6])->getValue<std::string>("result"));
+    EXPECT_EQ((std::vector<std::string>{"name", "rating"}), change(7));
+    EXPECT_EQ(std::vector<std::string>{"Silent Season (live)"}, names(answers[8]));
+    EXPECT_EQ("forbidden", object(answers[9])->getValue<std::string>("result"));
+    EXPECT_EQ("invalid_value", object(answers[10])->getValue<std::string>("result"));
+    EXPECT_EQ("ok", object(answers[11])->getValue<std::string>("result"));
+    EXPECT_EQ(std::vector<std::string>{"rating"}, change(12));
+    EXPECT_EQ("ok", object(answers[13])->getValue<std::string>("result"));
+    EXPECT_EQ(std::vector<std::string>{"rating"}, change(14));
+    const auto resolved = object(answers[15]);
+    EXPECT_TRUE(resolved->getValue<bool>("resolved"));
+    EXPECT_EQ(ALBUM, resolved->getObject("target")->getValue<std::string>("uri"));
+}
+
+TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
+    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+    Loaded tree;
+    RegistrySession session(tree.service, tree.out, tree.err, false);
+    struct Row {
+        std::string line;
+        std::string error;
+    };
+    const Row rows[] = {
+        {"frobnicate", "error: unknown command 'frobnicate' (try 'help')"},
+        {"list Genres", "error: unknown resource 'Genres'"},
+        {"list Albums x", "error: usage: list <resource> [offset [count]]"},
+        {"find Albums name", "error: usage: find <resource> <key>=<value>"},
+        {"get /Media/Tracks/not-a-uuid", "error: unknown URI '/Media/Tracks/not-a-uuid'"},
+        {"get /Radio/Tracks/19acbfe1-6252-475b-bf5b-8660cbeb4369",
+         "error: unknown URI '/Radio/Tracks/19acbfe1-6252-475b-bf5b-8660cbeb4369'"},
+        {"get ::", "error: unknown URI '::'"},
+        {"update " + TRACK + " {\"name\": ", "error: update: malformed JSON object: {\"name\":"},
+        {"update " + TRACK + " [1]", "error: update: malformed JSON object: [1]"},
+        {"set " + TRACK + " name", "error: usage: set <uri> <key> <value>"},
+        {"resolve " + TRACK + " name",
+         "error: resolve: name is no reference property of " + TRACK},
+    };
+    for (const Row& row : rows) {
+        tree.err.str("");
+        EXPECT_FALSE(session.execute(row.line)) << row.line;
+        EXPECT_EQ(row.error + "\n", tree.err.str()) << row.line;
+    }
+    EXPECT_EQ("", tree.out.str());
+    EXPECT_TRUE(capture.texts().empty());
+
+    // Client refusals are answers, not bad input.
+    EXPECT_TRUE(session.execute("list Albums 41 1"));
+    EXPECT_TRUE(session.execute("update " + TRACK + R"( {"colour": "red"})"));
+    EXPECT_EQ("{\"result\":\"invalid_value\"}\n{\"result\":\"not_found\"}\n",
+              tree.out.str());
+}
+
+}  // namespace
+}  // namespace Registry
