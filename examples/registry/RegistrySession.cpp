@@ -26,6 +26,7 @@ using Kivo::Data::XObjectReference;
 const char* const RegistrySession::HELP =
     "Commands (one per line; words are separated by blanks, the last argument takes the rest\n"
     "of the line):\n"
+    "  spec <resource>                    what the elements of a resource carry\n"
     "  list <resource> [offset [count]]   elements of a resource in id order (default 0 10)\n"
     "  get <uri> [key ...]                an element; reference keys given are expanded\n"
     "  find <resource> <key>=<value>      elements whose value is <value>; \"%\" matches any text\n"
@@ -103,7 +104,8 @@ bool RegistrySession::execute(const std::string& line) {
     }
     bool good = false;
     try {
-        if (command == "list") good = list(words);
+        if (command == "spec") good = spec(words);
+        else if (command == "list") good = list(words);
         else if (command == "get") good = get(words);
         else if (command == "find") good = find(words);
         else if (command == "search") good = search(words);
@@ -129,6 +131,14 @@ bool RegistrySession::execute(const std::string& line) {
     m_heldChanges.clear();
     m_commandRunning = false;
     return good;
+}
+
+bool RegistrySession::spec(const Words& words) {
+    if (words.size() != 2) return fail("usage: spec <resource>");
+    AbstractResource* resource = resourceNamed(words[1]);
+    if (resource == nullptr) return false;
+    print(resource->getSpecificationAsJSON());
+    return true;
 }
 
 bool RegistrySession::list(const Words& words) {

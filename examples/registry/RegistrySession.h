@@ -40,6 +40,7 @@ public:
 private:
     typedef std::vector<std::string> Words;
 
+    bool spec(const Words& words);
     bool list(const Words& words);
     bool get(const Words& words);
     bool find(const Words& words);

@@ -133,6 +133,16 @@ protected:
     void indexElementProperties(Element& element);
     // Drops `element` from every index of the resource.
     void unindexElementProperties(Element& element);
+    // The specification of a resource whose elements look like `prototype` (a fresh element,
+    // whose unset optional properties are given their initial values here):
+    //   {"element": <type name>, "required": [<key>, ...],
+    //    "properties": {<key>: {"kind": <kind>, "default": <value>, "optional": <bool>,
+    //                           "writable": <isPostAllowed(key) of the element>, ...}}}
+    // where <kind> is "boolean", "integer" (with "minimum", "maximum", "resolution" where
+    // set), "string" (with "format": "text", "date", "time", "date-time", "language",
+    // "service-category", "version", "custom", "point", "rectangle"), "enum" (with
+    // "values"), "uri", "uuid", "array" or "reference"; "value" for any other kind.
+    Poco::JSON::Object::Ptr specificationOf(Element& prototype) const;
 
     // Files an element's optional property at the index of its key, if the resource keeps
     // one, when the property receives its first value. Runs on the writing thread with the

@@ -64,6 +64,9 @@ public:
     // Adds every object of `elements` in order; stops at the first refusal with its code
     // (the elements added before it stay).
     OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements) override;
+    // What an element of this resource carries, read from a fresh E (see
+    // AbstractResource::specificationOf for the shape).
+    Poco::JSON::Object::Ptr getSpecificationAsJSON() const override;
 
     // The container allows reading, writing and deleting; override to restrict clients.
     bool isPostAllowed() const override { return true; }
@@ -87,6 +90,13 @@ private:
 
     ElementMap m_elements;  // guarded by the tree's lock
 };
+
+template <class E>
+Poco::JSON::Object::Ptr ElementContainer<E>::getSpecificationAsJSON() const {
+    // The prototype never joins the resource; it only needs a resource to be built under.
+    E prototype(const_cast<ElementContainer&>(*this));
+    return specificationOf(prototype);
+}
 
 template <class E>
 ElementContainer<E>::~ElementContainer() {

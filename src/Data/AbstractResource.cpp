@@ -5,6 +5,9 @@
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 
+#include "Data/Base/PropertyEnum.h"
+#include "Data/Base/PropertyNumber.h"
+#include "Data/OptionalProperty.h"
 #include "Data/Service.h"
 #include "Logging/Log.h"
 
@@ -226,5 +229,83 @@ bool AbstractResource::isPostAllowed() const { return false; }
 bool AbstractResource::isPostAllowed(const Base::PropertyKey&) const { return false; }
 
 bool AbstractResource::isDeleteAllowed() const { return false; }
+
+}  // namespace Kivo::Data
+
+namespace Kivo::Data {
+
+namespace {
+
+const char* formatName(Base::PropertyValueString::FormatType format) {
+    static const char* const NAMES[] = {"text",     "date",    "time",   "date-time",
+                                        "language", "service-category", "version",
+                                        "custom",   "point",   "rectangle"};
+    const int index = static_cast<int>(format);
+    return index >= 0 && index < 10 ? NAMES[index] : "text";
+}
+
+template <class T>
+void setIfSet(Poco::JSON::Object& json, const std::string& name, const Poco::Nullable<T>& value) {
+    if (!value.isNull()) json.set(name, value.value());
+}
+
+Poco::JSON::Object::Ptr describe(const Base::PropertyBase& property) {
+    const Base::PropertyValueBase& value = property.getPropertyValueBase();
+    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
+    if (value.isReference()) {
+        json->set("kind", "reference");
+    } else if (value.isArray()) {
+        json->set("kind", "array");
+    } else if (dynamic_cast<const Base::PropertyValueBoolean*>(&value) != nullptr) {
+        json->set("kind", "boolean");
+    } else if (const auto* number =
+                   dynamic_cast<const Base::PropertyValueNumberBase<long>*>(&value)) {
+        json->set("kind", "integer");
+        setIfSet(*json, "minimum", number->getMinValue());
+        setIfSet(*json, "maximum", number->getMaxValue());
+        setIfSet(*json, "resolution", number->getResolution());
+    } else if (const auto* enumeration = dynamic_cast<const Base::PropertyValueEnum*>(&value)) {
+        json->set("kind", "enum");
+        Poco::JSON::Array::Ptr values = new Poco::JSON::Array;
+        for (const std::string& word : enumeration->getEnumValues()) values->add(word);
+        json->set("values", values);
+    } else if (const auto* text = dynamic_cast<const Base::PropertyValueString*>(&value)) {
+        json->set("kind", "string");
+        json->set("format", formatName(text->getFormatType()));
+    } else if (dynamic_cast<const Base::PropertyValueUri*>(&value) != nullptr) {
+        json->set("kind", "uri");
+    } else if (dynamic_cast<const Base::PropertyValueUuid*>(&value) != nullptr) {
+        json->set("kind", "uuid");
+    } else {
+        json->set("kind", "value");
+    }
+    json->set("default", property.toJSON(0));
+    return json;
+}
+
+}  // namespace
+
+Poco::JSON::Object::Ptr AbstractResource::specificationOf(Element& prototype) const {
+    Util::ScopedRecursiveWriteLock lock(*prototype.getLock());
+    std::set<Base::PropertyKey> optional;
+    for (const auto& entry : prototype.m_optionalProperties) {
+        entry.second->initPropertyValue();
+        optional.insert(entry.first);
+    }
+    Poco::JSON::Object::Ptr properties = new Poco::JSON::Object;
+    for (const Base::PropertyBase* property : prototype.getProperties()) {
+        Poco::JSON::Object::Ptr json = describe(*property);
+        json->set("optional", optional.count(property->getKey()) != 0);
+        json->set("writable", prototype.isPostAllowed(property->getKey()));
+        properties->set(property->getKey(), json);
+    }
+    Poco::JSON::Array::Ptr required = new Poco::JSON::Array;
+    for (const Base::PropertyKey& key : getRequiredProperties()) required->add(key);
+    Poco::JSON::Object::Ptr specification = new Poco::JSON::Object;
+    specification->set("element", prototype.getType().name);
+    specification->set("required", required);
+    specification->set("properties", properties);
+    return specification;
+}
 
 }  // namespace Kivo::Data

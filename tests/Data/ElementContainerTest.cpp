@@ -192,6 +192,34 @@ TEST(ElementContainer, LoadsElementDataThroughTheService) {
     EXPECT_EQ(2u, json->getArray("elements")->size());
 }
 
+TEST(ElementContainer, SpecificationDescribesEveryElementProperty) {
+    Tree tree;
+    const auto specification = tree.items.getSpecificationAsJSON();
+    EXPECT_EQ("Item", specification->getValue<std::string>("element"));
+    ASSERT_EQ(1u, specification->getArray("required")->size());
+    EXPECT_EQ("title", specification->getArray("required")->getElement<std::string>(0));
+    const auto properties = specification->getObject("properties");
+    const auto property = [&](const std::string& key) { return properties->getObject(key); };
+    EXPECT_EQ((std::vector<std::string>{"count", "id", "level", "name", "note", "readonly", "tags",
+                                        "title", "uri"}),
+              properties->getNames());
+    EXPECT_EQ("integer", property("count")->getValue<std::string>("kind"));
+    EXPECT_EQ(0, property("count")->getValue<int>("minimum"));
+    EXPECT_EQ(100, property("count")->getValue<int>("maximum"));
+    EXPECT_FALSE(property("count")->has("resolution"));
+    EXPECT_TRUE(property("count")->getValue<bool>("writable"));
+    EXPECT_FALSE(property("readonly")->getValue<bool>("writable"));
+    EXPECT_EQ("fixed", property("readonly")->getValue<std::string>("default"));
+    EXPECT_EQ("text", property("title")->getValue<std::string>("format"));
+    EXPECT_EQ("array", property("tags")->getValue<std::string>("kind"));
+    EXPECT_EQ("uuid", property("id")->getValue<std::string>("kind"));
+    EXPECT_EQ("uri", property("uri")->getValue<std::string>("kind"));
+    EXPECT_TRUE(property("level")->getValue<bool>("optional"));
+    EXPECT_EQ(5, property("level")->getValue<int>("maximum"));
+    EXPECT_FALSE(property("title")->getValue<bool>("optional"));
+    EXPECT_EQ(0u, tree.items.size()) << "the prototype never joins the resource";
+}
+
 TEST(ElementContainer, NotificationsFromForeignElementsAreDropped) {
     Tree tree;
     Kivo::Test::ScopedLogCapture capture(Poco::Message::PRIO_WARNING);

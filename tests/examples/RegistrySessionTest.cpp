@@ -149,6 +149,7 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     const Row rows[] = {
         {"frobnicate", "error: unknown command 'frobnicate' (try 'help')"},
         {"list Genres", "error: unknown resource 'Genres'"},
+        {"spec", "error: usage: spec <resource>"},
         {"list Albums x", "error: usage: list <resource> [offset [count]]"},
         {"find Albums name", "error: usage: find <resource> <key>=<value>"},
         {"get /Media/Tracks/not-a-uuid", "error: unknown URI '/Media/Tracks/not-a-uuid'"},
@@ -168,6 +169,13 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     }
     EXPECT_EQ("", tree.out.str());
     EXPECT_TRUE(capture.texts().empty());
+
+    EXPECT_TRUE(session.execute("spec tracks"));
+    const auto spec = object(documents(tree.out.str()).at(0));
+    EXPECT_EQ("TrackObject", spec->getValue<std::string>("element"));
+    EXPECT_EQ("reference",
+              spec->getObject("properties")->getObject("album")->getValue<std::string>("kind"));
+    tree.out.str("");
 
     // Client refusals are answers, not bad input.
     EXPECT_TRUE(session.execute("list Albums 41 1"));

@@ -46,6 +46,9 @@ public:
     }
     // Applies to later setValue calls; the stored value is not re-rounded.
     void setResolution(Poco::Nullable<T> resolution) { m_resolution = resolution; }
+    const Poco::Nullable<T>& getMinValue() const { return m_minValue; }
+    const Poco::Nullable<T>& getMaxValue() const { return m_maxValue; }
+    const Poco::Nullable<T>& getResolution() const { return m_resolution; }
 
     Poco::Dynamic::Var getGenericValue() const override { return this->m_value; }
     bool isValidValue(const value_type& value) const override;
