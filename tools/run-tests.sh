@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs every test: the unit tests of the release build, then a client project built against
-# an installed copy of the library, once through its CMake package and once through pkg-config.
+# an installed copy of the library, once through its CMake package and once through pkg-config,
+# and the installed registry tool on its installed data.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,3 +31,6 @@ g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/main.cpp \
     $(pkg-config --cflags --libs QesServiceDataLib) -Wl,-rpath,"$libdir" \
     -o "$scratch/app-pkg-config"
 "$scratch/app-pkg-config"
+
+echo "== installed registry tool on its installed data"
+(cd "$scratch" && "$prefix/bin/qes-registry" 'list Albums 0 1' | grep -q '"size":40')
