@@ -27,6 +27,8 @@ template <class E>
 class MediaResource : public Kivo::Data::ElementContainer<E> {
 public:
     MediaResource(MediaService& service, const std::string& name, bool deletable);
+    // Stops change deliveries before this part of the resource goes.
+    ~MediaResource() override { this->clear(); }
 
     bool isDeleteAllowed() const override { return m_deletable; }
     // Every element must be given a name.

@@ -42,6 +42,12 @@ namespace Kivo::Data {
 //   Ptr to it goes (a caller still holding one must drop it before the resource goes).
 // - clear() and the destructor remove every element the same way.
 //
+// Destruction: a class deriving from ElementContainer calls clear() first thing in its
+// destructor. DataChanged deliveries run on pool threads and reach the resource through its
+// virtual onElementDataChanged; the container's own destructor runs only after the derived
+// part is gone, too late to stop a delivery from calling into it. clear() stops observing
+// every element and waits for a delivery already running.
+//
 // Every element property that yields an index is indexed under its key; optional properties
 // once they are set. Thread safety: the container's operations take the tree's lock; queries
 // take the index mutex as well (lock order: tree lock, then index mutex).

@@ -35,6 +35,7 @@ public:
     explicit Items(Service& service) : ElementContainer(service, "Items", "Items", PropertyValueUuid()) {
         init();
     }
+    ~Items() override { clear(); }
     std::set<Base::PropertyKey> getRequiredProperties() const override { return {"title"}; }
     bool isDeleteAllowed() const override { return deletable; }
     using AbstractResource::registerElementEvents;

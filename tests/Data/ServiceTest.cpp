@@ -224,6 +224,7 @@ public:
         : ElementContainer(service, name, name, PropertyValueUuid()) {
         init();
     }
+    ~Items() override { clear(); }
 };
 
 // Resolves every placeholder to one fixed object.
