@@ -26,7 +26,7 @@ using Kivo::Data::XObjectReference;
 const char* const RegistrySession::HELP =
     "Commands (one per line; words are separated by blanks, the last argument takes the rest\n"
     "of the line):\n"
-    "  spec <resource>                    what the elements of a resource carry\n"
+    "  describe <resource>                what the elements of a resource carry\n"
     "  list <resource> [offset [count]]   elements of a resource in id order (default 0 10)\n"
     "  get <uri> [key ...]                an element; reference keys given are expanded\n"
     "  find <resource> <key>=<value>      elements whose value is <value>; \"%\" matches any text\n"
@@ -104,7 +104,7 @@ bool RegistrySession::execute(const std::string& line) {
     }
     bool good = false;
     try {
-        if (command == "spec") good = spec(words);
+        if (command == "describe") good = describe(words);
         else if (command == "list") good = list(words);
         else if (command == "get") good = get(words);
         else if (command == "find") good = find(words);
@@ -133,8 +133,8 @@ bool RegistrySession::execute(const std::string& line) {
     return good;
 }
 
-bool RegistrySession::spec(const Words& words) {
-    if (words.size() != 2) return fail("usage: spec <resource>");
+bool RegistrySession::describe(const Words& words) {
+    if (words.size() != 2) return fail("usage: describe <resource>");
     AbstractResource* resource = resourceNamed(words[1]);
     if (resource == nullptr) return false;
     print(resource->getSpecificationAsJSON());
@@ -184,10 +184,7 @@ bool RegistrySession::find(const Words& words) {
     Kivo::Data::Base::IndexGenericValueQuery query;
     query.key = words[2].substr(0, equals);
     query.values = {words[2].substr(equals + 1)};
-    AbstractResource::ElementQueryResult found;
-    const OperationResult result = resource->findElements(query, found);
-    print(result.isSuccess() ? Poco::Dynamic::Var(compactForms(found))
-                             : Poco::Dynamic::Var(resultJSON(result)));
+    printQuery(*resource, query);
     return true;
 }
 
@@ -197,10 +194,7 @@ bool RegistrySession::search(const Words& words) {
     if (resource == nullptr) return false;
     Kivo::Data::Base::IndexFreeTextQuery query;
     query.values = {words[2]};
-    AbstractResource::ElementQueryResult found;
-    const OperationResult result = resource->findElements(query, found);
-    print(result.isSuccess() ? Poco::Dynamic::Var(compactForms(found))
-                             : Poco::Dynamic::Var(resultJSON(result)));
+    printQuery(*resource, query);
     return true;
 }
 
@@ -208,8 +202,7 @@ bool RegistrySession::set(const Words& words) {
     if (words.size() != 4) return fail("usage: set <uri> <key> <value>");
     AbstractResource::Ptr element = elementAt(words[1]);
     if (element.isNull()) return false;
-    const std::size_t before = changesSeen();
-    printChange(element->setProperty(words[2], words[3]), before);
+    applyChange([&] { return element->setProperty(words[2], words[3]); });
     return true;
 }
 
@@ -226,10 +219,10 @@ bool RegistrySession::update(const Words& words) {
     } catch (const Poco::Exception&) {
     }
     if (json.isNull()) return fail("update: malformed JSON object: " + words[2]);
-    const std::size_t before = changesSeen();
-    printChange(element->getResource()->updateElementFromJSON(element->getIdentification(),
-                                                              json.get()),
-                before);
+    applyChange([&] {
+        return element->getResource()->updateElementFromJSON(element->getIdentification(),
+                                                             json.get());
+    });
     return true;
 }
 
@@ -237,8 +230,7 @@ bool RegistrySession::remove(const Words& words) {
     if (words.size() != 3) return fail("usage: remove <uri> <key>");
     AbstractResource::Ptr element = elementAt(words[1]);
     if (element.isNull()) return false;
-    const std::size_t before = changesSeen();
-    printChange(element->removeProperty(words[2]), before);
+    applyChange([&] { return element->removeProperty(words[2]); });
     return true;
 }
 
@@ -305,12 +297,21 @@ AbstractResource::Ptr RegistrySession::elementAt(const std::string& uri) {
     return element;
 }
 
-std::size_t RegistrySession::changesSeen() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_changesSeen;
+void RegistrySession::printQuery(const AbstractResource& resource,
+                                 const Kivo::Data::Base::PropertyIndexQuery& query) {
+    AbstractResource::ElementQueryResult found;
+    const OperationResult result = resource.findElements(query, found);
+    print(result.isSuccess() ? Poco::Dynamic::Var(compactForms(found))
+                             : Poco::Dynamic::Var(resultJSON(result)));
 }
 
-void RegistrySession::printChange(const OperationResult& result, std::size_t seenBefore) {
+void RegistrySession::applyChange(const std::function<OperationResult()>& change) {
+    std::size_t seenBefore;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        seenBefore = m_changesSeen;
+    }
+    const OperationResult result = change();
     std::unique_lock<std::mutex> lock(m_mutex);
     write(resultJSON(result));
     if (m_watching && result.value() == OperationResult::OK) {

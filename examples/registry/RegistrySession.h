@@ -3,12 +3,15 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
+
+#include <Data/Base/PropertyIndexQuery.h>
 
 #include "MediaService.h"
 
@@ -40,7 +43,7 @@ public:
 private:
     typedef std::vector<std::string> Words;
 
-    bool spec(const Words& words);
+    bool describe(const Words& words);
     bool list(const Words& words);
     bool get(const Words& words);
     bool find(const Words& words);
@@ -56,10 +59,12 @@ private:
     // The element at an element URI "/<service>/<resource>/<uuid>", or null after an error
     // line.
     Kivo::Data::AbstractResource::Ptr elementAt(const std::string& uri);
-    // Prints `result`. After a change (OK) made while watching, waits until the change has
-    // arrived (changes seen beyond `seenBefore`), so that it is printed after the result.
-    void printChange(const Kivo::Data::OperationResult& result, std::size_t seenBefore);
-    std::size_t changesSeen();
+    // Runs `query` on `resource` and prints the elements found (or the refusal).
+    void printQuery(const Kivo::Data::AbstractResource& resource,
+                    const Kivo::Data::Base::PropertyIndexQuery& query);
+    // Makes a change and prints its result. After a change (OK) made while watching, waits
+    // until the change has arrived, so that it is printed after the result.
+    void applyChange(const std::function<Kivo::Data::OperationResult()>& change);
     void print(const Poco::Dynamic::Var& json);
     // Writes `json`. REQUIRES: m_mutex.
     void write(const Poco::Dynamic::Var& json);

@@ -133,7 +133,7 @@ protected:
     void indexElementProperties(Element& element);
     // Drops `element` from every index of the resource.
     void unindexElementProperties(Element& element);
-    // The specification of a resource whose elements look like `prototype` (a fresh element,
+    // The description of a resource whose elements look like `prototype` (a fresh element,
     // whose unset optional properties are given their initial values here):
     //   {"element": <type name>, "required": [<key>, ...],
     //    "properties": {<key>: {"kind": <kind>, "default": <value>, "optional": <bool>,

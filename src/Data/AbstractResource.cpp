@@ -301,11 +301,11 @@ Poco::JSON::Object::Ptr AbstractResource::specificationOf(Element& prototype) co
     }
     Poco::JSON::Array::Ptr required = new Poco::JSON::Array;
     for (const Base::PropertyKey& key : getRequiredProperties()) required->add(key);
-    Poco::JSON::Object::Ptr specification = new Poco::JSON::Object;
-    specification->set("element", prototype.getType().name);
-    specification->set("required", required);
-    specification->set("properties", properties);
-    return specification;
+    Poco::JSON::Object::Ptr result = new Poco::JSON::Object;
+    result->set("element", prototype.getType().name);
+    result->set("required", required);
+    result->set("properties", properties);
+    return result;
 }
 
 }  // namespace Kivo::Data

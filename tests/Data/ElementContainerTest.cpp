@@ -193,13 +193,13 @@ TEST(ElementContainer, LoadsElementDataThroughTheService) {
     EXPECT_EQ(2u, json->getArray("elements")->size());
 }
 
-TEST(ElementContainer, SpecificationDescribesEveryElementProperty) {
+TEST(ElementContainer, DescribesEveryElementProperty) {
     Tree tree;
-    const auto specification = tree.items.getSpecificationAsJSON();
-    EXPECT_EQ("Item", specification->getValue<std::string>("element"));
-    ASSERT_EQ(1u, specification->getArray("required")->size());
-    EXPECT_EQ("title", specification->getArray("required")->getElement<std::string>(0));
-    const auto properties = specification->getObject("properties");
+    const auto description = tree.items.getSpecificationAsJSON();
+    EXPECT_EQ("Item", description->getValue<std::string>("element"));
+    ASSERT_EQ(1u, description->getArray("required")->size());
+    EXPECT_EQ("title", description->getArray("required")->getElement<std::string>(0));
+    const auto properties = description->getObject("properties");
     const auto property = [&](const std::string& key) { return properties->getObject(key); };
     EXPECT_EQ((std::vector<std::string>{"count", "id", "level", "name", "note", "readonly", "tags",
                                         "title", "uri"}),

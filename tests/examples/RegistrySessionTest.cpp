@@ -149,7 +149,7 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     const Row rows[] = {
         {"frobnicate", "error: unknown command 'frobnicate' (try 'help')"},
         {"list Genres", "error: unknown resource 'Genres'"},
-        {"spec", "error: usage: spec <resource>"},
+        {"describe", "error: usage: describe <resource>"},
         {"list Albums x", "error: usage: list <resource> [offset [count]]"},
         {"find Albums name", "error: usage: find <resource> <key>=<value>"},
         {"get /Media/Tracks/not-a-uuid", "error: unknown URI '/Media/Tracks/not-a-uuid'"},
@@ -170,11 +170,12 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     EXPECT_EQ("", tree.out.str());
     EXPECT_TRUE(capture.texts().empty());
 
-    EXPECT_TRUE(session.execute("spec tracks"));
-    const auto spec = object(documents(tree.out.str()).at(0));
-    EXPECT_EQ("TrackObject", spec->getValue<std::string>("element"));
-    EXPECT_EQ("reference",
-              spec->getObject("properties")->getObject("album")->getValue<std::string>("kind"));
+    EXPECT_TRUE(session.execute("describe tracks"));
+    const auto description = object(documents(tree.out.str()).at(0));
+    EXPECT_EQ("TrackObject", description->getValue<std::string>("element"));
+    EXPECT_EQ("reference", description->getObject("properties")
+                               ->getObject("album")
+                               ->getValue<std::string>("kind"));
     tree.out.str("");
 
     // Client refusals are answers, not bad input.
