@@ -23,131 +23,166 @@ namespace Kivo::Data {
 
 class Service;
 
-// The container face shared by services and resources: their data as JSON, and a
-// description of what their elements look like.
+/// The container face shared by services and resources: their data as JSON, and a
+/// description of what their elements look like.
 class IContainerObject {
 public:
     virtual ~IContainerObject() = default;
 
-    // The container's data (for a resource: its elements) at the given depth.
+    /// The container's data (for a resource: its elements) at the given depth.
     virtual Poco::JSON::Object::Ptr getDataAsJSON(int depth) const = 0;
-    // What the container's elements carry; an empty object where there is nothing to say.
+    /// What the container's elements carry; an empty object where there is nothing to say.
     virtual Poco::JSON::Object::Ptr getSpecificationAsJSON() const;
 };
 
-// A resource of a service: an XObject whose type lies under its service's type, holding the
-// service's elements of one kind. The service does not own it; a concrete resource calls
-// init() once it is fully built, which registers it at the service under its name, and the
-// destructor unregisters it. The service must outlive the resource.
-//
-// The resource shares its service's lock from construction on. It keeps property indexes over
-// its elements (PropertyIndexUser, guarded by the index mutex) and observes its elements'
-// events once registerElementEvents was called for them. ElementContainer<E> is a ready
-// implementation of the element container operations.
+/// A resource of a service: an XObject whose type lies under its service's type, holding the
+/// service's elements of one kind. The service does not own it; a concrete resource calls
+/// init() once it is fully built, which registers it at the service under its name, and the
+/// destructor unregisters it. The service must outlive the resource.
+///
+/// The resource shares its service's lock from construction on. It keeps property indexes over
+/// its elements (PropertyIndexUser, guarded by the index mutex) and observes its elements'
+/// events once registerElementEvents was called for them. ElementContainer<E> is a ready
+/// implementation of the element container operations.
 class AbstractResource : public XObject, public Base::PropertyIndexUser, public IContainerObject {
 public:
+    /// An element, shared: a container and its callers hold elements by it.
     typedef Poco::SharedPtr<Element> Ptr;
+    /// The elements an operation found or listed, in that operation's order.
     typedef std::vector<Ptr> ElementQueryResult;
 
+    /// "description": the key of the resource's description text.
     static const std::string KEY_DESCRIPTION;
 
     AbstractResource(const AbstractResource&) = delete;
     AbstractResource& operator=(const AbstractResource&) = delete;
-    // Unregisters from the service; a failure is logged.
+    /// Unregisters from the service; a failure is logged.
     ~AbstractResource() override;
 
+    /// The service the resource belongs to; not owned, never null.
     Service* getService() const { return &m_service; }
+    /// The "description" property; empty until the resource description sets it.
     const Base::PropertyString& getDescription() const { return m_description; }
 
-    // The element container. A resource that does not hold elements of its own keeps these base
-    // answers: no elements, and INVALID_OPERATION for every operation on them.
+    /// @name Element container
+    /// A resource that does not hold elements of its own keeps these base answers: no
+    /// elements, and INVALID_OPERATION for every operation on them. ElementContainer<E>
+    /// implements them.
+    ///@{
+
+    /// The number of elements held; 0 in the base.
     virtual std::size_t size() const;
+    /// Removes every element; does nothing in the base.
     virtual void clear();
+    /// Creates an element from its JSON form and adds it: OK, or the refusal's code with
+    /// nothing added.
     virtual OperationResult addElement(const Poco::JSON::Object* json);
+    /// Whether an element with `id` is held; false in the base.
     virtual bool hasElement(const Poco::UUID& id) const;
-    // OK with `element` set, or a failure code with `element` left empty.
+    /// OK with `element` set, or a failure code with `element` left empty.
     virtual OperationResult getElement(const Poco::UUID& id, Ptr& element) const;
+    /// Up to `count` elements from position `offset`, in the container's order; `result` is
+    /// replaced on success only.
     virtual OperationResult getElements(ElementQueryResult& result, int offset, int count) const;
+    /// Removes the element with `id`: OK, or the refusal's code with nothing removed.
     virtual OperationResult removeElement(const Poco::UUID& id);
-    // Runs an index query over the resource's indexes; `result` receives the elements found.
+    /// Runs an index query over the resource's indexes; `result` receives the elements found.
     virtual OperationResult findElements(const Base::PropertyIndexQuery& query,
                                          ElementQueryResult& result) const;
+    /// Applies a client's partial update (Element::updateByJSON) to the element with `id`.
     virtual OperationResult updateElementFromJSON(const Poco::UUID& id,
                                                   const Poco::JSON::Object* json);
+    /// Adds the elements of a JSON array of element objects (their JSON form).
     virtual OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements);
-    // The resource's own property keys (Object's); getElementPropertyKeys lists the indexed
-    // element keys.
+    ///@}
+
+    /// The resource's own property keys (Object's); getElementPropertyKeys lists the indexed
+    /// element keys.
     using XObject::getPropertyKeys;
-    // Every element property key the resource keeps an index for, ascending.
+    /// Every element property key the resource keeps an index for, ascending.
     std::vector<Base::PropertyKey> getElementPropertyKeys() const;
 
-    // The resource description: id, name, uri and description (the shape
-    // initResourceFromJSON reads), whatever the depth.
+    /// The resource description: id, name, uri and description (the shape
+    /// initResourceFromJSON reads), whatever the depth.
     Poco::JSON::Object::Ptr toJSON(int depth) const override;
-    // The description, plus "elements" (as getDataAsJSON(depth) lists them) when asked.
+    /// The description, plus "elements" (as getDataAsJSON(depth) lists them) when asked.
     virtual Poco::JSON::Object::Ptr toJSON(bool withElements, int depth) const;
-    // {"elements": [...]}: every element (getElements from 0 to size()) at `depth`.
+    /// {"elements": [...]}: every element (getElements from 0 to size()) at `depth`.
     Poco::JSON::Object::Ptr getDataAsJSON(int depth) const override;
-    // {"elements": [...]}: every element with the keys in `expand` expanded
-    // (Element::toJSON(expand)).
+    /// {"elements": [...]}: every element with the keys in `expand` expanded
+    /// (Element::toJSON(expand)).
     virtual Poco::JSON::Object::Ptr getDataAsJSON(const std::vector<std::string>& expand) const;
-    // Reads the resource description: every registered property ("id", "name", "uri",
-    // "description" and any the concrete resource adds) is required. Stops at the first
-    // failure with its code (UNKNOWN_PROPERTY, INVALID_VALUE), keeping what was set before it.
+    /// Reads the resource description: every registered property ("id", "name", "uri",
+    /// "description" and any the concrete resource adds) is required. Stops at the first
+    /// failure with its code (UNKNOWN_PROPERTY, INVALID_VALUE), keeping what was set before it.
     virtual OperationResult initResourceFromJSON(const Poco::JSON::Object* json);
 
-    // Keys a new element must carry; none in the base.
+    /// Keys a new element must carry; none in the base.
     virtual std::set<Base::PropertyKey> getRequiredProperties() const;
 
-    // Client access gates; the base allows reading only.
-    virtual bool isGetAllowed() const;
-    virtual bool isPostAllowed() const;
-    virtual bool isPostAllowed(const Base::PropertyKey& key) const;
-    virtual bool isDeleteAllowed() const;
+    /// @name Client access gates
+    /// The base allows reading only.
+    ///@{
 
-    // Called on a pool thread for every DataChanged of an element whose events the resource
-    // observes (registerElementEvents); does nothing in the base.
+    /// Whether clients may search the elements (findElements); true in the base.
+    virtual bool isGetAllowed() const;
+    /// Whether clients may add and update elements (addElement, updateElementFromJSON); false
+    /// in the base.
+    virtual bool isPostAllowed() const;
+    /// Whether clients may write the element property `key`; false in the base. The library
+    /// itself asks the element's own gate (Element::isPostAllowed) before a write.
+    virtual bool isPostAllowed(const Base::PropertyKey& key) const;
+    /// Whether clients may remove elements (removeElement); false in the base.
+    virtual bool isDeleteAllowed() const;
+    ///@}
+
+    /// Called on a pool thread for every DataChanged of an element whose events the resource
+    /// observes (registerElementEvents); does nothing in the base.
     virtual void onElementDataChanged(Element::DataChangedEventPayload& payload);
 
-    // Registers at the service. Throws Poco::AssertionViolationException("Failed to register
-    // resource <name> to parent service <service>") when the name is taken.
+    /// Registers at the service. Throws Poco::AssertionViolationException("Failed to register
+    /// resource <name> to parent service <service>") when the name is taken.
     void init();
 
 protected:
-    // Type `typeName` under the service's type; no name, the null id. The URI is the type's
-    // path followed by its name ("/<service>/<typeName>"), the prefix of its elements' URIs.
+    /// Type `typeName` under the service's type; no name, the null id. The URI is the type's
+    /// path followed by its name ("/<service>/<typeName>"), the prefix of its elements' URIs.
     AbstractResource(Service& service, const std::string& typeName);
-    // The given name and id, and the URI as above.
+    /// The given name and id, and the URI as above.
     AbstractResource(Service& service, const std::string& typeName, const std::string& name,
                      const Base::PropertyValueUuid& id);
 
-    // Observe / stop observing an element's DataChanged and OptionalPropertySet events. A
-    // concrete resource calls these as it adds and removes elements; stop observing before the
-    // element is destroyed.
+    /// Observe / stop observing an element's DataChanged and OptionalPropertySet events. A
+    /// concrete resource calls these as it adds and removes elements; stop observing before the
+    /// element is destroyed.
     void registerElementEvents(Element& element);
+    /// Stops observing `element`'s events. A delivery to the resource that is running now is
+    /// waited for; none follows once this returns.
     void unregisterElementEvents(Element& element);
-    // Lets `element` read its JSON (Element::initElementFromJSON, which containers may call).
+    /// Lets `element` read its JSON (Element::initElementFromJSON, which containers may call).
     static OperationResult initElement(Element& element, const Poco::JSON::Object* json);
-    // Files every present property of `element` that yields an index at the index of its
-    // key (created on first use); a property filed already stays as it is.
+    /// Files every present property of `element` that yields an index at the index of its
+    /// key (created on first use); a property filed already stays as it is.
     void indexElementProperties(Element& element);
-    // Drops `element` from every index of the resource.
+    /// Drops `element` from every index of the resource.
     void unindexElementProperties(Element& element);
-    // The description of a resource whose elements look like `prototype` (a fresh element,
-    // whose unset optional properties are given their initial values here):
-    //   {"element": <type name>, "required": [<key>, ...],
-    //    "properties": {<key>: {"kind": <kind>, "default": <value>, "optional": <bool>,
-    //                           "writable": <isPostAllowed(key) of the element>, ...}}}
-    // where <kind> is "boolean", "integer" (with "minimum", "maximum", "resolution" where
-    // set), "string" (with "format": "text", "date", "time", "date-time", "language",
-    // "service-category", "version", "custom", "point", "rectangle"), "enum" (with
-    // "values"), "uri", "uuid", "array" or "reference"; "value" for any other kind.
+    /// The description of a resource whose elements look like `prototype` (a fresh element,
+    /// whose unset optional properties are given their initial values here):
+    ///
+    ///     {"element": <type name>, "required": [<key>, ...],
+    ///      "properties": {<key>: {"kind": <kind>, "default": <value>, "optional": <bool>,
+    ///                             "writable": <isPostAllowed(key) of the element>, ...}}}
+    ///
+    /// where `<kind>` is "boolean", "integer" (with "minimum", "maximum", "resolution" where
+    /// set), "string" (with "format": "text", "date", "time", "date-time", "language",
+    /// "service-category", "version", "custom", "point", "rectangle"), "enum" (with
+    /// "values"), "uri", "uuid", "array" or "reference"; "value" for any other kind.
     Poco::JSON::Object::Ptr specificationOf(Element& prototype) const;
 
-    // Files an element's optional property at the index of its key, if the resource keeps
-    // one, when the property receives its first value. Runs on the writing thread with the
-    // element's write lock held; notifications from unknown elements are dropped with a
-    // warning.
+    /// Files an element's optional property at the index of its key, if the resource keeps
+    /// one, when the property receives its first value. Runs on the writing thread with the
+    /// element's write lock held; notifications from unknown elements are dropped with a
+    /// warning.
     void onOptionalPropertyChanged(Element::OptionalPropertySetEventPayload& payload);
 
 private:

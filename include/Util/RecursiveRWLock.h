@@ -9,36 +9,43 @@
 #include <Poco/Bugcheck.h>
 #include <Poco/SharedPtr.h>
 
+/// The helpers the data model is written against: the recursive read/write lock, its scoped
+/// holders and the query base.
 namespace Kivo::Util {
 
-// A reader/writer lock that one thread may take again on either side.
-//
-// - Many threads may hold the read side at once; one thread at a time holds the write side.
-// - Both sides are recursive: every lock call must be matched by one unlock call of the same
-//   side on the same thread.
-// - The writer may take the read side as well (event handlers that read run inside setters
-//   that write). A thread that is the only reader may also take the write side; two readers
-//   that both try that wait for each other forever, so do not upgrade from shared reads.
-// - Once a writer waits, threads that do not hold the lock yet wait behind it, so a stream of
-//   new readers cannot starve a writer. Threads already reading re-enter without waiting.
-// - Unlocking a side the calling thread does not hold throws Poco::IllegalStateException and
-//   leaves the lock as it was.
-//
-// Re-entry and the uncontended paths allocate nothing. The lock must outlive every holder;
-// it is not copyable.
+/// A reader/writer lock that one thread may take again on either side.
+///
+/// - Many threads may hold the read side at once; one thread at a time holds the write side.
+/// - Both sides are recursive: every lock call must be matched by one unlock call of the same
+///   side on the same thread.
+/// - The writer may take the read side as well (event handlers that read run inside setters
+///   that write). A thread that is the only reader may also take the write side; two readers
+///   that both try that wait for each other forever, so do not upgrade from shared reads.
+/// - Once a writer waits, threads that do not hold the lock yet wait behind it, so a stream of
+///   new readers cannot starve a writer. Threads already reading re-enter without waiting.
+/// - Unlocking a side the calling thread does not hold throws Poco::IllegalStateException and
+///   leaves the lock as it was.
+///
+/// Re-entry and the uncontended paths allocate nothing. The lock must outlive every holder;
+/// it is not copyable.
 class RecursiveRWLock {
 public:
     RecursiveRWLock() = default;
     RecursiveRWLock(const RecursiveRWLock&) = delete;
     RecursiveRWLock& operator=(const RecursiveRWLock&) = delete;
-    // REQUIRES: no thread holds the lock.
+    /// REQUIRES: no thread holds the lock.
     virtual ~RecursiveRWLock() = default;
 
+    /// Takes the read side for the calling thread. Returns at once when this thread already
+    /// reads or writes; otherwise waits while another thread writes or a writer waits.
     void readLock();
-    // Throws Poco::IllegalStateException if this thread holds no read lock on this object.
+    /// Throws Poco::IllegalStateException if this thread holds no read lock on this object.
     void readUnlock();
+    /// Takes the write side for the calling thread. Returns at once when this thread already
+    /// writes; otherwise waits until no other thread reads or writes. Waiting here while
+    /// another reading thread does the same deadlocks both (see the class comment).
     void writeLock();
-    // Throws Poco::IllegalStateException if this thread does not hold the write side.
+    /// Throws Poco::IllegalStateException if this thread does not hold the write side.
     void writeUnlock();
 
 private:
@@ -57,14 +64,16 @@ private:
     unsigned m_waitingReaders = 0;
 };
 
-// Holds one side of a RecursiveRWLock from construction to destruction (or to unlock()).
+/// Holds one side of a RecursiveRWLock from construction to destruction (or to unlock()).
 class ScopedRecursiveRWLock {
 public:
+    /// Takes the write side of `rwl` if `write`, else the read side, waiting as the lock does.
+    /// `rwl` must outlive the holder.
     ScopedRecursiveRWLock(RecursiveRWLock& rwl, bool write) : _rwl(rwl), _write(write) { lock(); }
     ScopedRecursiveRWLock(const ScopedRecursiveRWLock&) = delete;
     ScopedRecursiveRWLock& operator=(const ScopedRecursiveRWLock&) = delete;
-    // Releases the side if still held. A failing release is reported through
-    // poco_unexpected(), never thrown.
+    /// Releases the side if still held. A failing release is reported through
+    /// poco_unexpected(), never thrown.
     ~ScopedRecursiveRWLock() {
         try {
             unlock();
@@ -73,6 +82,8 @@ public:
         }
     }
 
+    /// Takes the side again after unlock(). REQUIRES: the side is not held by this holder
+    /// (a second call before unlock() takes it twice but releases it once).
     void lock() {
         if (_write) {
             _rwl.writeLock();
@@ -82,7 +93,7 @@ public:
         _locked = true;
     }
 
-    // Releases the side once; further calls do nothing until lock() is called again.
+    /// Releases the side once; further calls do nothing until lock() is called again.
     void unlock() {
         if (!_locked) return;
         if (_write) {
@@ -99,20 +110,25 @@ private:
     bool _locked = false;
 };
 
+/// Holds the read side of a RecursiveRWLock for a scope.
 class ScopedRecursiveReadLock : public ScopedRecursiveRWLock {
 public:
+    /// Takes the read side of `rwl`, which must outlive the holder.
     explicit ScopedRecursiveReadLock(RecursiveRWLock& rwl) : ScopedRecursiveRWLock(rwl, false) {}
 };
 
+/// Holds the write side of a RecursiveRWLock for a scope.
 class ScopedRecursiveWriteLock : public ScopedRecursiveRWLock {
 public:
+    /// Takes the write side of `rwl`, which must outlive the holder.
     explicit ScopedRecursiveWriteLock(RecursiveRWLock& rwl) : ScopedRecursiveRWLock(rwl, true) {}
 };
 
 }  // namespace Kivo::Util
 
+/// The library's data model (Kivo::Data) and the helpers it is written against (Kivo::Util).
 namespace Kivo {
-// The lock shared by the objects of one tree; reference-counted.
+/// The lock shared by the objects of one tree; reference-counted.
 using RecursiveRWLockPtr = Poco::SharedPtr<Util::RecursiveRWLock>;
 }  // namespace Kivo
 

@@ -18,73 +18,86 @@ namespace Kivo::Data::Base {
 class PropertyIndexBase;
 typedef Poco::SharedPtr<PropertyIndexBase> PropertyIndexBasePtr;
 
-// The two generic events of a property. Both are synchronous: delegates run on the raising
-// thread, in subscription order; each event's own mutex is held only while its delegate list
-// is copied.
+/// The two generic events of a property. Both are synchronous: delegates run on the raising
+/// thread, in subscription order; each event's own mutex is held only while its delegate list
+/// is copied.
 class IPropertyEventSource {
 public:
     virtual ~IPropertyEventSource() = default;
 
-    // Raised once, when the property is destroyed (PROPERTY_DESTROYED).
+    /// Raised once, when the property is destroyed (PROPERTY_DESTROYED).
     Poco::BasicEvent<PropertyEventPayload> Destroyed;
-    // Raised on every value change (PROPERTY_VALUE_CHANGED with the previous value) and on
-    // every change of owner (PROPERTY_OWNER_CHANGED).
+    /// Raised on every value change (PROPERTY_VALUE_CHANGED with the previous value) and on
+    /// every change of owner (PROPERTY_OWNER_CHANGED).
     Poco::BasicEvent<PropertyEventPayload> Updated;
 };
 
-// A named slot holding one value, belonging to at most one Object (its parent), guarded by
-// the parent's lock, announcing value changes, owner changes and its destruction.
-//
-// The parent pointer does not own; the property never deletes its parent and the parent never
-// deletes it. A property without parent takes no lock and is always modifiable.
+/// A named slot holding one value, belonging to at most one Object (its parent), guarded by
+/// the parent's lock, announcing value changes, owner changes and its destruction.
+///
+/// The parent pointer does not own; the property never deletes its parent and the parent never
+/// deletes it. A property without parent takes no lock and is always modifiable.
 class PropertyBase : public IPropertyEventSource {
 public:
-    // Throws Poco::AssertionViolationException("Properties must not have an empty key").
-    // Does not register at `parent`.
+    /// Throws Poco::AssertionViolationException("Properties must not have an empty key").
+    /// Does not register at `parent`.
     PropertyBase(const PropertyKey& key, Object* parent);
     PropertyBase(const PropertyBase&) = delete;
     PropertyBase& operator=(const PropertyBase&) = delete;
-    // Raises Destroyed unless a derived destructor already did.
+    /// Raises Destroyed unless a derived destructor already did.
     ~PropertyBase() override;
 
+    /// The value object, untyped. Takes no lock: hold the owner's read lock where other
+    /// threads may write.
     virtual const PropertyValueBase& getPropertyValueBase() const = 0;
-    // Empties the value where the kind has an empty state; false where it has none.
+    /// Empties the value where the kind has an empty state; false where it has none.
     virtual bool clear() = 0;
-    // Parses, validates and stores `text` through the change sequence; false (no event) when
-    // the owner denies writing or the text is refused.
+    /// Parses, validates and stores `text` through the change sequence; false (no event) when
+    /// the owner denies writing or the text is refused.
     virtual bool setValueFromString(const std::string& text) = 0;
+    /// Whether the value is an array kind (PropertyArray).
     virtual bool isArray() const = 0;
+    /// Whether the value is a reference kind (PropertyXObjectReference).
     virtual bool isReference() const = 0;
-    // Whole-text match of the value's text form. Takes no lock.
+    /// Whole-text match of the value's text form. Takes no lock.
     virtual bool matches(const Poco::RegularExpression& re) const = 0;
-    // A new, empty index suited to this property's value type, or an empty pointer where the
-    // type is not indexable. Takes no lock.
+    /// A new, empty index suited to this property's value type, or an empty pointer where the
+    /// type is not indexable. Takes no lock.
     virtual PropertyIndexBasePtr createIndex() const = 0;
-    // The value's JSON form under the owner's read lock.
+    /// The value's JSON form under the owner's read lock.
     virtual Poco::Dynamic::Var toJSON(int depth) const = 0;
 
+    /// The key given at construction; never empty.
     const PropertyKey& getKey() const { return m_key; }
+    /// The owner, or null; not owned.
     Object* getParent() const { return m_parent; }
-    // Makes `parent` the owner and raises Updated (PROPERTY_OWNER_CHANGED) unless it already
-    // is. The new owner is stored before the event, so handlers see it; the old owner, still
-    // subscribed, forgets the property there.
+    /// Makes `parent` the owner and raises Updated (PROPERTY_OWNER_CHANGED) unless it already
+    /// is. The new owner is stored before the event, so handlers see it; the old owner, still
+    /// subscribed, forgets the property there.
     void setParent(Object* parent);
-    // True without parent; else the parent's checkWriteAccess for this key.
+    /// True without parent; else the parent's checkWriteAccess for this key.
     bool isModifiable() const;
 
-    // Forward to the parent's lock; without parent they do nothing. Prefer PropertyLockGuard.
+    /// Takes the read side of the parent's lock; without parent it does nothing. Prefer
+    /// PropertyLockGuard, which releases the very lock it took even if the parent adopts
+    /// another lock meanwhile.
     void readLock() const;
+    /// Takes the write side of the parent's lock; without parent it does nothing.
     void writeLock() const;
+    /// Releases the read side of the parent's current lock; without parent it does nothing.
+    /// Throws Poco::IllegalStateException if this thread does not read that lock.
     void readUnlock() const;
+    /// Releases the write side of the parent's current lock; without parent it does nothing.
+    /// Throws Poco::IllegalStateException if this thread does not write that lock.
     void writeUnlock() const;
-    // The parent's lock, or a null pointer without parent.
+    /// The parent's lock, or a null pointer without parent.
     Kivo::RecursiveRWLockPtr getLock() const;
-    // Registers at the parent under this key; does nothing without parent.
+    /// Registers at the parent under this key; does nothing without parent.
     void registerAtOwner();
 
 protected:
-    // Raises Destroyed the first time it is called. Derived destructors call it while their
-    // value still exists, so subscribers may read it.
+    /// Raises Destroyed the first time it is called. Derived destructors call it while their
+    /// value still exists, so subscribers may read it.
     void notifyDestroyed();
 
 private:
@@ -93,10 +106,12 @@ private:
     bool m_destroyedRaised = false;
 };
 
-// Holds one side of a property's owner lock for a scope, or nothing when the property has no
-// owner. Keeps the lock alive even if the owner adopts another lock meanwhile.
+/// Holds one side of a property's owner lock for a scope, or nothing when the property has no
+/// owner. Keeps the lock alive even if the owner adopts another lock meanwhile.
 class PropertyLockGuard {
 public:
+    /// Takes the write side of the owner's lock if `write`, else the read side; takes nothing
+    /// when `property` has no owner. The side is released when the guard is destroyed.
     PropertyLockGuard(const PropertyBase& property, bool write);
     PropertyLockGuard(const PropertyLockGuard&) = delete;
     PropertyLockGuard& operator=(const PropertyLockGuard&) = delete;

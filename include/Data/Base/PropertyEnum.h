@@ -9,34 +9,38 @@
 
 namespace Kivo::Data::Base {
 
-// A text restricted to a set of allowed words (exact, case-sensitive); an empty set allows
-// any text. Always of format STRING_FORMAT_TEXT: the word set replaces the pattern check.
-// Ordering and equality are the string kind's, by text, so an enum and a plain string holding
-// the same text are equal; the position of a word in the allowed list plays no part.
+/// A text restricted to a set of allowed words (exact, case-sensitive); an empty set allows
+/// any text. Always of format STRING_FORMAT_TEXT: the word set replaces the pattern check.
+/// Ordering and equality are the string kind's, by text, so an enum and a plain string holding
+/// the same text are equal; the position of a word in the allowed list plays no part.
 class PropertyValueEnum : public PropertyValueString {
 public:
+    /// The allowed words, ordered byte-wise.
     typedef std::set<std::string> EnumValueSet;
-    // Allowed words as handed in; the first one is the default value.
+    /// Allowed words as handed in; the first one is the default value.
     typedef std::vector<std::string> EnumValues;
 
-    // Holds values[0] (first in the given order, not the smallest), or the empty text (not
-    // "<undefined>") for an empty list.
+    /// Holds values[0] (first in the given order, not the smallest), or the empty text (not
+    /// "<undefined>") for an empty list.
     explicit PropertyValueEnum(const EnumValues& values);
-    // Throws Poco::AssertionViolationException("Initialising Enum property with invalid
-    // value!") when `values` is not empty and does not contain `value`.
+    /// Throws Poco::AssertionViolationException("Initialising Enum property with invalid
+    /// value!") when `values` is not empty and does not contain `value`.
     PropertyValueEnum(const value_type& value, const EnumValues& values);
+    /// A copy with the same text and allowed words.
     PropertyValueEnum(const PropertyValueEnum&) = default;
+    /// Takes `other`'s text and allowed words, without checking the text.
     PropertyValueEnum& operator=(const PropertyValueEnum&) = default;
 
-    // Replaces the allowed words. A current value that is no longer valid becomes values[0],
-    // or "<undefined>" for an empty list, without any check; with this kind's own check an
-    // empty list allows everything, so the value then stays.
+    /// Replaces the allowed words. A current value that is no longer valid becomes values[0],
+    /// or "<undefined>" for an empty list, without any check; with this kind's own check an
+    /// empty list allows everything, so the value then stays.
     void setEnumValues(const EnumValues& values);
-    // Allows one more word; the current value is not re-examined.
+    /// Allows one more word; the current value is not re-examined.
     void addEnumValue(const value_type& word) { m_enumValues.insert(word); }
+    /// The allowed words; empty when any text is allowed.
     const EnumValueSet& getEnumValues() const { return m_enumValues; }
 
-    // True for an empty set; otherwise whether `value` is one of the words.
+    /// True for an empty set; otherwise whether `value` is one of the words.
     bool isValidValue(const std::string& value) const override;
 
 private:

@@ -18,112 +18,137 @@
 
 namespace Kivo::Data::Base {
 
-// Answers, for one property key, which objects have a property under that key whose value
-// equals or matches a given one. The index keeps plain pointers to properties and their
-// objects and learns of their end through the properties' Destroyed events; it never keeps or
-// returns a property that has been destroyed. It has no lock of its own: its owner serialises
-// every call (PropertyIndexUser's mutex), while its event handlers run on the thread that
-// changes or destroys a property.
+/// Answers, for one property key, which objects have a property under that key whose value
+/// equals or matches a given one. The index keeps plain pointers to properties and their
+/// objects and learns of their end through the properties' Destroyed events; it never keeps or
+/// returns a property that has been destroyed. It has no lock of its own: its owner serialises
+/// every call (PropertyIndexUser's mutex), while its event handlers run on the thread that
+/// changes or destroys a property.
 class PropertyIndexBase {
 public:
+    /// An empty index for the properties under `key`.
     explicit PropertyIndexBase(const PropertyKey& key) : m_key(key) {}
     PropertyIndexBase(const PropertyIndexBase&) = delete;
     PropertyIndexBase& operator=(const PropertyIndexBase&) = delete;
     virtual ~PropertyIndexBase() = default;
 
-    // Files `property` under its current value; false for a null property, one without
-    // parent, another key (compared exactly), another value type, or an object filed already.
+    /// Files `property` under its current value; false for a null property, one without
+    /// parent, another key (compared exactly), another value type, or an object filed already.
     virtual bool insert(PropertyBase* property) = 0;
-    // Drops the entry of `object`; false if it has none.
+    /// Drops the entry of `object`; false if it has none.
     virtual bool remove(Object* object) = 0;
-    // Every filed object, in ascending value order (equal values in filing order).
+    /// Every filed object, in ascending value order (equal values in filing order).
     virtual std::vector<Object*> get() const = 0;
-    // The property filed for `object`, or null.
+    /// The property filed for `object`, or null.
     virtual PropertyBase* find(Object* object) const = 0;
-    // Objects whose value equals `text` parsed as the filed values' kind; none when the index
-    // is empty or the text does not parse.
+    /// Objects whose value equals `text` parsed as the filed values' kind; none when the index
+    /// is empty or the text does not parse.
     virtual std::vector<Object*> find(const std::string& text) const = 0;
-    // Objects whose value's text form `re` matches as a whole, in value order.
+    /// Objects whose value's text form `re` matches as a whole, in value order.
     virtual std::vector<Object*> find(const Poco::RegularExpression& re) const = 0;
-    // Whether findByPrefix may stand in for a trailing-wildcard expression: true where the
-    // values' order is the byte order of their texts.
+    /// Whether findByPrefix may stand in for a trailing-wildcard expression: true where the
+    /// values' order is the byte order of their texts.
     virtual bool isOrderedByText() const { return false; }
-    // What find(re) answers for re = "^" + prefix + ".*$" (prefix free of pattern syntax):
-    // the values starting with `prefix` whose rest holds no line break, in value order.
-    // REQUIRES: isOrderedByText().
+    /// What find(re) answers for re = "^" + prefix + ".*$" (prefix free of pattern syntax):
+    /// the values starting with `prefix` whose rest holds no line break, in value order.
+    /// REQUIRES: isOrderedByText().
     virtual std::vector<Object*> findByPrefix(const std::string& prefix) const;
 
+    /// The key given at construction.
     const PropertyKey& getKey() const { return m_key; }
 
 protected:
+    /// The key of the properties the index files.
     const PropertyKey m_key;
 };
 
+/// An index, shared: a PropertyIndexUser's map and property factories (createIndex) hand
+/// indexes out by it.
 typedef Poco::SharedPtr<PropertyIndexBase> PropertyIndexBasePtr;
 
-// Property key to index, keys compared case-sensitively.
+/// Property key to index, keys compared case-sensitively.
 class PropertyIndexReferenceMap : public std::map<std::string, PropertyIndexBasePtr> {};
 
-// Orders index keys by their value's typed operator<. For string kinds it also compares with
-// a plain text, so a range of texts can be looked up without building a value.
+/// Orders index keys by their value's typed operator<. For string kinds it also compares with
+/// a plain text, so a range of texts can be looked up without building a value.
 template <class V, bool = std::is_base_of_v<PropertyValue<std::string>, V>>
 struct PropertyIndexKeyLess {
+    /// Whether `a` orders before `b` by V's typed operator<.
     bool operator()(const V& a, const V& b) const { return a < b; }
 };
 
+/// The ordering of string kinds: by text, byte-wise, also between a value and a plain text.
+//
 // The keys are stored by value, so their dynamic type is V: the qualified calls spare the
 // virtual dispatch on the hottest path of every lookup.
 template <class V>
 struct PropertyIndexKeyLess<V, true> {
+    /// Lets ordered containers look plain texts up.
     typedef void is_transparent;
+    /// Whether `a`'s text orders before `b`'s.
     bool operator()(const V& a, const V& b) const { return a.V::getValue() < b.V::getValue(); }
+    /// Whether `a`'s text orders before the text `b`.
     bool operator()(const V& a, const std::string& b) const { return a.V::getValue() < b; }
+    /// Whether the text `a` orders before `b`'s text.
     bool operator()(const std::string& a, const V& b) const { return a < b.V::getValue(); }
 };
 
-// The index of the properties of type TProperty (a Property<V>) filed under key m_key.
-//
-// Each object is filed once, under a copy of its property's value at filing time, and moves
-// when the property raises ValueChanged. Entries are keyed by the object the property belonged
-// to when it was filed. The position of every entry is kept, so re-filing and removal cost a
-// logarithmic lookup however many objects share a value; where a kept position no longer lies
-// among the entries of the property's current value, the linear walk over those entries
-// decides as it always has (including remove's fall-back to the entry after that range).
+/// The index of the properties of type TProperty (a Property<V>) filed under key m_key.
+///
+/// Each object is filed once, under a copy of its property's value at filing time, and moves
+/// when the property raises ValueChanged. Entries are keyed by the object the property belonged
+/// to when it was filed. The position of every entry is kept, so re-filing and removal cost a
+/// logarithmic lookup however many objects share a value; where a kept position no longer lies
+/// among the entries of the property's current value, the linear walk over those entries
+/// decides as it always has (including remove's fall-back to the entry after that range).
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
 public:
+    /// The property class the index files, TProperty.
     typedef TProperty property_type;
+    /// A filed property; not owned.
     typedef property_type* property_ptr;
+    /// The value class entries are ordered by; each entry holds a copy of its property's value.
     typedef typename TProperty::property_value key_type;
+    /// The entries, value to property, equal values in filing order.
     typedef std::multimap<key_type, property_ptr, PropertyIndexKeyLess<key_type>> value_map;
+    /// The payload of TProperty's ValueChanged event.
     typedef typename property_type::ValueChangedEventPayload ValueChangedEventPayload;
 
+    /// An empty index for the properties under `key`.
     explicit PropertyIndex(const PropertyKey& key) : PropertyIndexBase(key) {}
-    // Unsubscribes from every filed property.
+    /// Unsubscribes from every filed property.
     ~PropertyIndex() override { clear(); }
 
     bool insert(PropertyBase* property) override;
+    /// The typed form of insert(PropertyBase*), with the same answers.
     bool insert(const property_ptr& property);
     bool remove(Object* object) override;
+    /// remove(Object*) for the property's current parent; false for null.
     bool remove(const property_ptr& property);
+    /// remove(Object*) for the property's current parent.
     bool remove(const property_type& property);
-    // Unfiles everything and unsubscribes from every filed property.
+    /// Unfiles everything and unsubscribes from every filed property.
     void clear();
 
     std::vector<Object*> get() const override;
+    /// The property filed for `object`, typed, or null.
     property_ptr get(Object* object) const;
     PropertyBase* find(Object* object) const override { return get(object); }
+    /// Objects whose filed value equals `value` by the index's ordering, in filing order.
     std::vector<Object*> find(const key_type& value) const;
     std::vector<Object*> find(const std::string& text) const override;
     std::vector<Object*> find(const Poco::RegularExpression& re) const override;
     bool isOrderedByText() const override { return IS_TEXT; }
     std::vector<Object*> findByPrefix(const std::string& prefix) const override;
 
+    /// Subscribes the index's handlers to `property`'s Destroyed and ValueChanged events.
     void registerPropertyEvents(property_type* property);
+    /// Removes the subscriptions registerPropertyEvents made.
     void unregisterPropertyEvents(property_type* property);
-    // Destroyed: drops the property's entry.
+    /// Destroyed: drops the property's entry.
     void onPropertyRemoved(const void* sender, PropertyEventPayload& payload);
-    // ValueChanged: re-files the property's object under the new value.
+    /// ValueChanged: re-files the property's object under the new value.
     void onPropertyDataChanged(const void* sender, ValueChangedEventPayload& payload);
 
 private:

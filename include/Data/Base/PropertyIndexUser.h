@@ -12,10 +12,10 @@
 
 namespace Kivo::Data::Base {
 
-// Keeps one property index per key for the properties of many objects (a resource's
-// elements), creates each index when the first property of its key is registered, and runs
-// queries over them. Every operation holds the recursive index mutex, which guards the map and
-// every index in it; index event handlers (value changes, destruction) do not take it.
+/// Keeps one property index per key for the properties of many objects (a resource's
+/// elements), creates each index when the first property of its key is registered, and runs
+/// queries over them. Every operation holds the recursive index mutex, which guards the map and
+/// every index in it; index event handlers (value changes, destruction) do not take it.
 class PropertyIndexUser {
 public:
     PropertyIndexUser() = default;
@@ -23,18 +23,18 @@ public:
     PropertyIndexUser& operator=(const PropertyIndexUser&) = delete;
     virtual ~PropertyIndexUser() = default;
 
-    // Files `property` at the index of its key, creating the index (property->createIndex())
-    // for a new key. False, with an error line, for a null or parentless property, and the
-    // index's answer otherwise (false for a second property of the same object, ...). A key
-    // whose property yields no index throws Poco::NullPointerException: register only
-    // indexable properties.
+    /// Files `property` at the index of its key, creating the index (property->createIndex())
+    /// for a new key. False, with an error line, for a null or parentless property, and the
+    /// index's answer otherwise (false for a second property of the same object, ...). A key
+    /// whose property yields no index throws Poco::NullPointerException: register only
+    /// indexable properties.
     bool registerPropertyAtIndex(PropertyBase* property);
-    // Drops the property's object from the index of its key. True, with a warning, when there
-    // is no index for the key; false for a null or parentless property.
+    /// Drops the property's object from the index of its key. True, with a warning, when there
+    /// is no index for the key; false for a null or parentless property.
     bool unregisterPropertyAtIndex(PropertyBase* property);
-    // Runs `query` over the indexes; exceptions of the query pass through.
+    /// Runs `query` over the indexes; exceptions of the query pass through.
     std::vector<Object*> find(const PropertyIndexQuery& query) const;
-    // Every key that ever had an index, ascending.
+    /// Every key that ever had an index, ascending.
     std::vector<std::string> getPropertyKeys() const;
 
 private:
