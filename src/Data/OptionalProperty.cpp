@@ -18,4 +18,8 @@ OptionalPropertyBase::OptionalPropertyBase(const Base::PropertyKey& propertyKey,
     }
 }
 
+void OptionalPropertyBase::announceFirstValue() {
+    m_parent.raiseDataChanged(IElementDataChangedSource::DataChangedEventPayload(m_parent, key));
+}
+
 }  // namespace Kivo::Data
