@@ -16,41 +16,46 @@
 
 namespace Kivo::Data {
 
-// A ready resource that holds elements of class E, so that a concrete resource is a few
-// lines: derive from ElementContainer<E>, pass service and names, call init(), and override
-// the access gates and getRequiredProperties as the resource needs.
-//
-// E must be an Element with a constructor E(AbstractResource&); elements are created by the
-// container, share the resource's lock (which the resource shares with its service: one lock
-// per tree) and are kept by Ptr, ordered by id.
-//
-// Contract of the container operations:
-// - addElement(json): FORBIDDEN unless isPostAllowed(); INVALID_OBJECT when a key of
-//   getRequiredProperties() is missing or null; the element's own code when its JSON
-//   initialisation refuses the object; DUPLICATE when an element with that id is present.
-//   On refusal nothing stays behind (no element, no index entry).
-// - getElements(result, offset, count): `count` elements from position `offset` in id order
-//   (fewer at the end); INVALID_VALUE for a negative offset or count or an offset past the
-//   end. `result` is replaced on success only.
-// - findElements(query, result): FORBIDDEN unless isGetAllowed(); the index query's objects
-//   mapped back to elements, in the query's order.
-// - updateElementFromJSON(id, json): FORBIDDEN unless isPostAllowed(); NOT_FOUND for an
-//   unknown id; otherwise Element::updateByJSON's result. Properties an update creates (first
-//   values of optional properties) are indexed before it returns.
-// - removeElement(id): FORBIDDEN unless isDeleteAllowed(); NOT_FOUND for an unknown id. The
-//   element leaves every index and stops being observed first; it is destroyed when the last
-//   Ptr to it goes (a caller still holding one must drop it before the resource goes).
-// - clear() and the destructor remove every element the same way.
-//
-// Destruction: a class deriving from ElementContainer calls clear() first thing in its
-// destructor. DataChanged deliveries run on pool threads and reach the resource through its
-// virtual onElementDataChanged; the container's own destructor runs only after the derived
-// part is gone, too late to stop a delivery from calling into it. clear() stops observing
-// every element and waits for a delivery already running.
-//
-// Every element property that yields an index is indexed under its key; optional properties
-// once they are set. Thread safety: the container's operations take the tree's lock; queries
-// take the index mutex as well (lock order: tree lock, then index mutex).
+/// A ready resource that holds elements of class E, so that a concrete resource is a few
+/// lines: derive from ElementContainer<E>, pass service and names, call init(), and override
+/// the access gates and getRequiredProperties as the resource needs.
+///
+/// E must be an Element with a constructor E(AbstractResource&); elements are created by the
+/// container, share the resource's lock (which the resource shares with its service: one lock
+/// per tree) and are kept by Ptr, ordered by id.
+///
+/// Contract of the container operations:
+/// - addElement(json): FORBIDDEN unless isPostAllowed(); INVALID_OBJECT when a key of
+///   getRequiredProperties() is missing or null; the element's own code when its JSON
+///   initialisation refuses the object; DUPLICATE when an element with that id is present.
+///   On refusal nothing stays behind (no element, no index entry).
+/// - getElements(result, offset, count): `count` elements from position `offset` in id order
+///   (fewer at the end); INVALID_VALUE for a negative offset or count or an offset past the
+///   end. `result` is replaced on success only.
+/// - findElements(query, result): FORBIDDEN unless isGetAllowed(); the index query's objects
+///   mapped back to elements, in the query's order.
+/// - updateElementFromJSON(id, json): FORBIDDEN unless isPostAllowed(); NOT_FOUND for an
+///   unknown id; otherwise Element::updateByJSON's result. Properties an update creates (first
+///   values of optional properties) are indexed before it returns.
+/// - removeElement(id): FORBIDDEN unless isDeleteAllowed(); NOT_FOUND for an unknown id. The
+///   element leaves the container and every index, then stops being observed; the container's
+///   Ptr goes under the tree's write lock. The element is destroyed when the last Ptr to it
+///   goes (a caller still holding one must drop it before the resource goes).
+/// - clear() and the destructor remove every element the same way.
+///
+/// Destruction: a class deriving from ElementContainer calls clear() first thing in its
+/// destructor. DataChanged deliveries run on pool threads and reach the resource through its
+/// virtual onElementDataChanged; the container's own destructor runs only after the derived
+/// part is gone, too late to stop a delivery from calling into it. clear() stops observing
+/// every element and waits for a delivery already running.
+///
+/// removeElement, clear and the destructor stop observing without holding the tree's lock, so
+/// onElementDataChanged may take it; call them without holding it either, or a delivery
+/// waiting for the lock and the removal waiting for that delivery block each other.
+///
+/// Every element property that yields an index is indexed under its key; optional properties
+/// once they are set. Thread safety: the container's operations take the tree's lock; queries
+/// take the index mutex as well (lock order: tree lock, then index mutex).
 template <class E>
 class ElementContainer : public AbstractResource {
 public:
@@ -67,21 +72,26 @@ public:
                                  ElementQueryResult& result) const override;
     OperationResult updateElementFromJSON(const Poco::UUID& id,
                                           const Poco::JSON::Object* json) override;
-    // Adds every object of `elements` in order; stops at the first refusal with its code
-    // (the elements added before it stay).
+    /// Adds every object of `elements` in order; stops at the first refusal with its code
+    /// (the elements added before it stay).
     OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements) override;
-    // What an element of this resource carries, read from a fresh E (see
-    // AbstractResource::specificationOf for the shape).
+    /// What an element of this resource carries, read from a fresh E (see
+    /// AbstractResource::specificationOf for the shape).
     Poco::JSON::Object::Ptr getSpecificationAsJSON() const override;
 
-    // The container allows reading, writing and deleting; override to restrict clients.
+    /// The container allows reading, writing and deleting; override to restrict clients.
     bool isPostAllowed() const override { return true; }
+    /// True for every key; override to restrict clients.
     bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
+    /// True; override to restrict clients.
     bool isDeleteAllowed() const override { return true; }
 
 protected:
+    /// An empty resource of `service` whose type is `typeName` under the service's type; it
+    /// registers at the service when the derived constructor calls init().
     ElementContainer(Service& service, const std::string& typeName)
         : AbstractResource(service, typeName) {}
+    /// The same with the given name and id.
     ElementContainer(Service& service, const std::string& typeName, const std::string& name,
                      const Base::PropertyValueUuid& id)
         : AbstractResource(service, typeName, name, id) {}
@@ -90,9 +100,11 @@ private:
     typedef std::map<Poco::UUID, Ptr> ElementMap;
 
     bool hasRequiredProperties(const Poco::JSON::Object& json) const;
-    // Start and stop observing and indexing a held element.
+    // Starts observing and indexing a held element.
     void attach(Element& element);
-    void detach(Element& element);
+    // Stops observing elements taken out of the container and out of the indexes, then drops
+    // them. REQUIRES: the tree's lock is not held.
+    void release(ElementMap& removed);
 
     ElementMap m_elements;  // guarded by the tree's lock
 };
@@ -117,9 +129,13 @@ std::size_t ElementContainer<E>::size() const {
 
 template <class E>
 void ElementContainer<E>::clear() {
-    Util::ScopedRecursiveWriteLock lock(lockRef());
-    for (auto& entry : m_elements) detach(*entry.second);
-    m_elements.clear();
+    ElementMap removed;
+    {
+        Util::ScopedRecursiveWriteLock lock(lockRef());
+        for (auto& entry : m_elements) unindexElementProperties(*entry.second);
+        removed.swap(m_elements);
+    }
+    release(removed);
 }
 
 template <class E>
@@ -183,11 +199,15 @@ OperationResult ElementContainer<E>::getElements(ElementQueryResult& result, int
 template <class E>
 OperationResult ElementContainer<E>::removeElement(const Poco::UUID& id) {
     if (!isDeleteAllowed()) return OperationResult(OperationResult::FORBIDDEN);
-    Util::ScopedRecursiveWriteLock lock(lockRef());
-    const auto entry = m_elements.find(id);
-    if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
-    detach(*entry->second);
-    m_elements.erase(entry);
+    ElementMap removed;
+    {
+        Util::ScopedRecursiveWriteLock lock(lockRef());
+        const auto entry = m_elements.find(id);
+        if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
+        unindexElementProperties(*entry->second);
+        removed.insert(m_elements.extract(entry));
+    }
+    release(removed);
     return OperationResult(OperationResult::OK);
 }
 
@@ -237,9 +257,13 @@ void ElementContainer<E>::attach(Element& element) {
 }
 
 template <class E>
-void ElementContainer<E>::detach(Element& element) {
-    unregisterElementEvents(element);
-    unindexElementProperties(element);
+void ElementContainer<E>::release(ElementMap& removed) {
+    // Removing a delegate waits for a delivery to it that is running now, and that delivery
+    // may be waiting for the tree's lock in onElementDataChanged.
+    for (auto& entry : removed) unregisterElementEvents(*entry.second);
+    // References into the tree are read under its read lock: a target must not go meanwhile.
+    Util::ScopedRecursiveWriteLock lock(lockRef());
+    removed.clear();
 }
 
 }  // namespace Kivo::Data

@@ -105,6 +105,9 @@ Poco::JSON::Object::Ptr AbstractResource::toJSON(bool withElements, int depth) c
 
 Poco::JSON::Object::Ptr AbstractResource::elementsAsJSON(
     const std::function<Poco::JSON::Object::Ptr(const Element&)>& render) const {
+    // Held until the listed Ptrs are gone: the container still holds every listed element, so
+    // none of them is destroyed here, outside the write lock, while others read references to it.
+    Util::ScopedRecursiveReadLock lock(lockRef());
     Poco::JSON::Array::Ptr elements = new Poco::JSON::Array();
     ElementQueryResult all;
     if (getElements(all, 0, static_cast<int>(size())).isSuccess()) {
