@@ -1,4 +1,5 @@
-# Installs the library, its public headers, a CMake package and a pkg-config file.
+# Installs the library, its public headers, a CMake package and a pkg-config file, in two
+# components: "runtime" (the versioned library and its soname link) and "development" (the rest).
 #
 #   <prefix>/lib/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
 #   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base}/*.h
@@ -17,17 +18,20 @@ set(QES_INSTALL_PKGCONFIGDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 install(TARGETS QesServiceDataLib
     EXPORT QesServiceDataLibTargets
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+        COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development
+    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime)
 
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
     DESTINATION "${QES_INSTALL_INCLUDEDIR}"
+    COMPONENT development
     FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT QesServiceDataLibTargets
     NAMESPACE QesServiceDataLib::
     FILE QesServiceDataLibTargets.cmake
-    DESTINATION "${QES_INSTALL_CMAKEDIR}")
+    DESTINATION "${QES_INSTALL_CMAKEDIR}"
+    COMPONENT development)
 
 configure_package_config_file(
     "${PROJECT_SOURCE_DIR}/cmake/QesServiceDataLibConfig.cmake.in"
@@ -41,7 +45,8 @@ write_basic_package_version_file(
 install(FILES
     "${PROJECT_BINARY_DIR}/QesServiceDataLibConfig.cmake"
     "${PROJECT_BINARY_DIR}/QesServiceDataLibConfigVersion.cmake"
-    DESTINATION "${QES_INSTALL_CMAKEDIR}")
+    DESTINATION "${QES_INSTALL_CMAKEDIR}"
+    COMPONENT development)
 
 # The .pc file locates everything from its own directory, so it stays right when the prefix is
 # chosen only at install time (cmake --install <build> --prefix <P>) or the tree is moved.
@@ -66,4 +71,5 @@ configure_file(
     "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
     @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
-    DESTINATION "${QES_INSTALL_PKGCONFIGDIR}")
+    DESTINATION "${QES_INSTALL_PKGCONFIGDIR}"
+    COMPONENT development)
