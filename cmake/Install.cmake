@@ -1,10 +1,13 @@
 # Installs the library, its public headers, a CMake package and a pkg-config file, in two
 # components: "runtime" (the versioned library and its soname link) and "development" (the rest).
 #
-#   <prefix>/lib/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
+#   <prefix>/<libdir>/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
 #   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base}/*.h
-#   <prefix>/lib/cmake/QesServiceDataLib/QesServiceDataLib{Config,ConfigVersion,Targets}.cmake
-#   <prefix>/lib/pkgconfig/QesServiceDataLib.pc
+#   <prefix>/<libdir>/cmake/QesServiceDataLib/QesServiceDataLib{Config,ConfigVersion,Targets}.cmake
+#   <prefix>/<libdir>/pkgconfig/QesServiceDataLib.pc
+#
+# <libdir> is GNUInstallDirs' choice: "lib" for most prefixes, Debian's multiarch directory
+# ("lib/x86_64-linux-gnu") for /usr.
 #
 # Clients include headers relative to <prefix>/include/QesServiceDataLib
 # (#include <Data/Element.h>), which is the include directory both packages hand out.
