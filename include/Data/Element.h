@@ -136,9 +136,9 @@ public:
     /// valid); the first failure returns NOT_FOUND, FORBIDDEN, INVALID_VALUE or
     /// UNKNOWN_PROPERTY with nothing changed. Then every key whose text differs from the
     /// current value is written, and one DataChanged lists all of them: OK, or NO_UPDATE when
-    /// nothing differed (no event). PROCESSING_ERROR for a null `json`. Throws Poco::JSON
-    /// exceptions for a null member and Poco::BugcheckException if a checked write fails after
-    /// all.
+    /// nothing differed (no event). PROCESSING_ERROR for a null `json`. Throws
+    /// Poco::InvalidAccessException for a null member (it has no text), and
+    /// Poco::BugcheckException if a checked write fails after all.
     OperationResult updateByJSON(const Poco::JSON::Object* json);
     /// Every present property; those whose key is in `expand` at depth 1, the others at 0.
     Poco::JSON::Object::Ptr toJSON(const std::vector<std::string>& expand) const;

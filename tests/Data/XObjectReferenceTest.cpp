@@ -281,7 +281,8 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
     XObjectReference assigned;
     ASSERT_TRUE(assigned.setValue(bob));
     assigned = original;
-    assigned = assigned;
+    const XObjectReference& same = assigned;
+    assigned = same;  // self-assignment, as it comes about through an alias
     EXPECT_TRUE(bob->Destroyed.empty()) << "assignment must leave the old target";
 
     XObjectReference placeholder;

@@ -14,46 +14,62 @@
 
 namespace Kivo::Data::Base {
 
-// A number with optional inclusive limits and an optional resolution. An unset limit means
-// "no limit"; an unset resolution means values are stored as given.
-//
-// setValue rounds to a multiple of the resolution first (halves away from zero: with a
-// resolution of 10, 14 gives 10, 15 gives 20, -15 gives -20), then checks the limits on the
-// rounded value. Text goes through setValueFromString, which is not rounded. Where rounding
-// away from zero would leave the range of T, the value rounds toward zero instead.
-//
-// The library instantiates it for long, the type of every integer property; text then is a
-// signed 64-bit decimal with ',' allowed as thousands separator.
+/// A number with optional inclusive limits and an optional resolution. An unset limit means
+/// "no limit"; an unset resolution means values are stored as given.
+///
+/// setValue rounds to a multiple of the resolution first (halves away from zero: with a
+/// resolution of 10, 14 gives 10, 15 gives 20, -15 gives -20), then checks the limits on the
+/// rounded value. Text goes through setValueFromString, which is not rounded. Where rounding
+/// away from zero would leave the range of T, the value rounds toward zero instead.
+///
+/// The library instantiates it for long, the type of every integer property; text then is a
+/// signed 64-bit decimal with ',' allowed as thousands separator.
 template <typename T>
 class PropertyValueNumberBase : public PropertyValue<T> {
 public:
+    /// The stored number type, T.
     typedef T value_type;
 
+    /// Zero, without limits or resolution.
     PropertyValueNumberBase() : PropertyValue<T>(T()) {}
+    /// Holds `value` as given, neither rounded nor checked, with the given inclusive limits
+    /// and resolution; a null Nullable means none.
     PropertyValueNumberBase(const value_type& value, Poco::Nullable<T> minValue,
                             Poco::Nullable<T> maxValue, Poco::Nullable<T> resolution)
         : PropertyValue<T>(value),
           m_minValue(minValue),
           m_maxValue(maxValue),
           m_resolution(resolution) {}
+    /// A copy with the same value, limits and resolution.
     PropertyValueNumberBase(const PropertyValueNumberBase&) = default;
+    /// Takes `other`'s value, limits and resolution, without any check.
     PropertyValueNumberBase& operator=(const PropertyValueNumberBase&) = default;
 
-    // New limits apply to later writes; the stored value is not re-examined.
+    /// New limits apply to later writes; the stored value is not re-examined.
     void setConstraints(Poco::Nullable<T> minValue, Poco::Nullable<T> maxValue) {
         m_minValue = minValue;
         m_maxValue = maxValue;
     }
-    // Applies to later setValue calls; the stored value is not re-rounded.
+    /// Applies to later setValue calls; the stored value is not re-rounded.
     void setResolution(Poco::Nullable<T> resolution) { m_resolution = resolution; }
+    /// The inclusive lower limit; null when there is none.
     const Poco::Nullable<T>& getMinValue() const { return m_minValue; }
+    /// The inclusive upper limit; null when there is none.
     const Poco::Nullable<T>& getMaxValue() const { return m_maxValue; }
+    /// The step setValue rounds to; null when values are stored as given.
     const Poco::Nullable<T>& getResolution() const { return m_resolution; }
 
+    /// The number as a variant holding a T.
     Poco::Dynamic::Var getGenericValue() const override { return this->m_value; }
+    /// Whether `value` lies within the limits that are set.
     bool isValidValue(const value_type& value) const override;
+    /// Rounds `value` to the resolution (see the class comment), then stores it if the rounded
+    /// value lies within the limits; otherwise returns false and keeps the old value.
     bool setValue(const value_type& value) override;
+    /// The plain decimal text, without thousands separators.
     std::string toString() const override { return Poco::NumberFormatter::format(this->m_value); }
+    /// Reads the decimal text of a T (for long, a signed 64-bit integer with ',' allowed as
+    /// thousands separator). False for any other text, with `out` untouched; no limit check.
     bool parseString(const std::string& text, value_type& out) const override {
         return parseStringImpl(text, out);
     }
@@ -113,14 +129,10 @@ double PropertyValueNumberBase<T>::applyResolution(double value, double resoluti
 template <typename T>
 std::int64_t PropertyValueNumberBase<T>::applyResolution(std::int64_t value,
                                                         std::int64_t resolution) {
-    // The truncated multiple; a resolution of -1 is special-cased because
-    // INT64_MIN / -1 overflows, and 0 rounds everything to 0.
-    std::int64_t truncated = 0;
-    if (resolution == -1) {
-        truncated = value;
-    } else if (resolution != 0) {
-        truncated = (value / resolution) * resolution;
-    }
+    // 0 rounds everything to 0. Otherwise the truncated multiple; a resolution of -1 is
+    // special-cased because INT64_MIN / -1 overflows.
+    if (resolution == 0) return 0;
+    const std::int64_t truncated = resolution == -1 ? value : (value / resolution) * resolution;
     // |value - truncated| < |resolution| and both share value's sign, so this cannot overflow.
     const std::int64_t rest = value >= truncated ? value - truncated : truncated - value;
     if (value == truncated || rest < resolution / 2) return truncated;

@@ -14,10 +14,13 @@ const std::string QUERY_WILDCARD_REGEX = ".*";
 namespace {
 
 // The literal prefix of a text whose only wildcard is a trailing "%", if it has no pattern
-// syntax: such a search is a range over an index ordered by text.
+// syntax: such a search is a range over an index ordered by text. The expression library
+// compiles a pattern only up to its first NUL, so a text holding one is left to the
+// expression, whose answer the range would not give.
 bool isPlainPrefix(const std::string& text) {
     return !text.empty() && text.find('%') == text.size() - 1 &&
-           text.find_first_of("\\^$.|?*+()[]{}") == std::string::npos;
+           text.find_first_of("\\^$.|?*+()[]{}") == std::string::npos &&
+           text.find('\0') == std::string::npos;
 }
 
 std::unique_ptr<Poco::RegularExpression> compile(const IndexTextQueryBase& query,

@@ -106,6 +106,17 @@ TEST_F(PropertyIndexQueryTest, GenericValueQueries) {
     EXPECT_THROW(byName({"%("}), Poco::RegularExpressionException);
 }
 
+TEST_F(PropertyIndexQueryTest, WildcardTextHoldingNulFindsWhatItsExpressionMatches) {
+    // Found with the query fuzz target. The expression library compiles "^ab\0.*$" only up to
+    // the NUL, as "^ab", which matches the whole text "ab" alone; a search for the texts that
+    // start with "ab\0" answered "ab\0x" instead.
+    Item withNul("i7", std::string("ab\0x", 4), 2);
+    ASSERT_TRUE(user.registerPropertyAtIndex(&withNul.nameProperty));
+    const std::string text("ab\0%", 4);
+    EXPECT_EQ((std::vector<std::string>{"i1"}), byName({text}));
+    EXPECT_EQ((std::vector<std::string>{"i1"}), freeText({text}));
+}
+
 TEST_F(PropertyIndexQueryTest, FreeTextSearchesEveryIndex) {
     EXPECT_EQ((std::vector<std::string>{"i4", "i1", "i3"}), freeText({"12"}))
         << "the size index (key 'name' < 'size') is searched after the name index";

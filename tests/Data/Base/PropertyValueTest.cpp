@@ -116,6 +116,8 @@ TEST(PropertyValueNumber, RoundsHalfAwayFromZero) {
         // Integer halving: with 3 the half is 1, so 4 already rounds away.
         {3, 4, 6},      {1, 17, 17},    {-1, 17, 17},
         {-1, LONG_MIN, LONG_MIN},       {0, 123, 0},    {0, -123, 0},
+        // Found by fuzzing: |LONG_MIN - 0| overflowed (a sanitizer build reports it).
+        {0, LONG_MIN, 0},
         // Rounding away from zero would leave the range: the value rounds toward zero.
         {10, LONG_MAX, LONG_MAX - 7},   {10, LONG_MIN, LONG_MIN + 8},
         {LONG_MIN, -5, 0},

@@ -1,0 +1,130 @@
+// Service JSON: Service::initFromJSON, resource initialisation and resource data loading, on
+// the example media service (fresh for every input), followed by everything that reads the
+// loaded tree back: the service's JSON with its resources and elements (references followed),
+// and each resource's indexes.
+//
+// Whatever the JSON: the loaders answer true or false, and afterwards every object filed in a
+// resource's indexes is an element that resource holds. initFromJSON may pass on what the JSON
+// and value libraries throw, but every JSON member has a text, so nothing should reach it
+// that throws: the target lets any exception end the run, to be looked at.
+//
+// Input: a byte choosing the operation, then the JSON text.
+//   s  initFromJSON(object)                 the service description
+//   r  initResourcesFromJSON(array)         resource descriptions
+//   e  initServiceResourcesfromJSON(array)  [{"name": <resource>, "elements": [...]}, ...]
+//   d  initResourceDataFromJSON(<name>, array), the name chosen by the next byte
+//   l  all three in turn from {"service": ..., "resources": [...], "elements": [...]}
+// Any other first byte picks one of these by its value. Text that is no JSON of the needed
+// shape is ignored: the parser's refusals are not the library's.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <sstream>
+#include <string>
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+
+#include "Data/AbstractResource.h"
+#include "Data/Base/PropertyIndexQuery.h"
+#include "FuzzSupport.h"
+#include "MediaService.h"
+
+namespace {
+
+using Kivo::Data::AbstractResource;
+using Kivo::Data::Base::Object;
+using Kivo::Data::Base::PropertyIndexReferenceMap;
+using Kivo::Fuzz::IndexInspection;
+using Kivo::Fuzz::InputReader;
+using Media::MediaService;
+
+template <class T>
+Poco::SharedPtr<T> as(const Poco::Dynamic::Var& json) {
+    if (json.type() != typeid(Poco::SharedPtr<T>)) return Poco::SharedPtr<T>();
+    return json.extract<Poco::SharedPtr<T>>();
+}
+
+void initService(MediaService& service, const Poco::JSON::Object::Ptr& json) {
+    service.initFromJSON(json.get());
+}
+
+void load(MediaService& service, const Poco::JSON::Object::Ptr& json) {
+    initService(service, json->getObject("service"));
+    service.initResourcesFromJSON(json->getArray("resources").get());
+    service.initServiceResourcesfromJSON(json->getArray("elements").get());
+}
+
+// Reading the tree back, as a client would: the whole service with every element at depth 2
+// (each reference as its target's compact form), and the tracks' album references.
+void readBack(MediaService& service) {
+    std::ostringstream out;
+    service.getDataAsJSON(true, 2)->stringify(out);
+    AbstractResource::ElementQueryResult tracks;
+    service.tracks.getElements(tracks, 0, static_cast<int>(service.tracks.size()));
+    for (const AbstractResource::Ptr& element : tracks) {
+        const auto& track = dynamic_cast<const Media::Track&>(*element);
+        if (!track.album.isNull()) track.album.getValue();
+    }
+}
+
+void checkIndexes(AbstractResource& resource) {
+    resource.find(IndexInspection([&resource](const PropertyIndexReferenceMap& indexes) {
+        for (const auto& entry : indexes) {
+            for (Object* object : entry.second->get()) {
+                AbstractResource::Ptr element;
+                resource.getElement(object->getIdentification(), element);
+                QES_FUZZ_CHECK(element.get() == object,
+                               "the index of " + entry.first + " files an element not held");
+            }
+        }
+    }));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    Kivo::Fuzz::silenceLog();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const char OPERATIONS[] = "sredl";
+    static const char* const RESOURCES[] = {"Albums", "Tracks", "Playlists", "tracks", "Nothing"};
+    InputReader input(data, size);
+    unsigned char operation = input.byte();
+    if (operation == 0 || std::strchr(OPERATIONS, operation) == nullptr) {
+        operation = OPERATIONS[operation % (sizeof OPERATIONS - 1)];
+    }
+    const char* resourceName = RESOURCES[operation == 'd' ? input.byte() % 5 : 0];
+    const Poco::Dynamic::Var json = Kivo::Fuzz::parseJson(input.rest());
+    MediaService service;
+    switch (operation) {
+        case 's':
+            if (auto object = as<Poco::JSON::Object>(json)) initService(service, object);
+            break;
+        case 'r':
+            if (auto array = as<Poco::JSON::Array>(json))
+                service.initResourcesFromJSON(array.get());
+            break;
+        case 'e':
+            if (auto array = as<Poco::JSON::Array>(json)) {
+                service.initServiceResourcesfromJSON(array.get());
+            }
+            break;
+        case 'd':
+            if (auto array = as<Poco::JSON::Array>(json)) {
+                service.initResourceDataFromJSON(resourceName, array.get());
+            }
+            break;
+        default:
+            if (auto object = as<Poco::JSON::Object>(json)) load(service, object);
+            break;
+    }
+    readBack(service);
+    checkIndexes(service.albums);
+    checkIndexes(service.tracks);
+    checkIndexes(service.playlists);
+    return 0;
+}
