@@ -16,7 +16,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <set>
 #include <sstream>
 #include <string>
@@ -321,10 +320,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const char OPERATIONS[] = "iupr";
     InputReader input(data, size);
-    unsigned char operation = input.byte();
-    if (operation == 0 || std::strchr(OPERATIONS, operation) == nullptr) {
-        operation = OPERATIONS[operation % (sizeof OPERATIONS - 1)];
-    }
+    const char operation = input.choice(OPERATIONS);
     const Poco::Dynamic::Var parsed = Kivo::Fuzz::parseJson(input.rest());
     if (parsed.type() != typeid(Poco::JSON::Object::Ptr)) return 0;
     const Poco::JSON::Object::Ptr json = parsed.extract<Poco::JSON::Object::Ptr>();

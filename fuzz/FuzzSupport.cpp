@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include <Poco/AutoPtr.h>
 #include <Poco/JSON/Parser.h>
@@ -41,6 +42,12 @@ InputReader::InputReader(const std::uint8_t* data, std::size_t size)
 
 unsigned char InputReader::byte() {
     return atEnd() ? 0 : static_cast<unsigned char>(m_text[m_position++]);
+}
+
+char InputReader::choice(const char* letters) {
+    const unsigned char next = byte();
+    if (next != 0 && std::strchr(letters, next) != nullptr) return static_cast<char>(next);
+    return letters[next % std::strlen(letters)];
 }
 
 std::string InputReader::line() {

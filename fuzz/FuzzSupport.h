@@ -39,6 +39,9 @@ public:
 
     // The next byte, or 0 at the end.
     unsigned char byte();
+    // One of `letters` chosen by the next byte: the byte itself where it is one of them (so
+    // seeds and dictionary entries read as letters), one picked by its value otherwise.
+    char choice(const char* letters);
     // The text up to the next line break, which is consumed too; the rest where there is none.
     std::string line();
     // Everything not read yet.

@@ -19,7 +19,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <sstream>
 #include <string>
 
@@ -93,10 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const char OPERATIONS[] = "sredl";
     static const char* const RESOURCES[] = {"Albums", "Tracks", "Playlists", "tracks", "Nothing"};
     InputReader input(data, size);
-    unsigned char operation = input.byte();
-    if (operation == 0 || std::strchr(OPERATIONS, operation) == nullptr) {
-        operation = OPERATIONS[operation % (sizeof OPERATIONS - 1)];
-    }
+    const char operation = input.choice(OPERATIONS);
     const char* resourceName = RESOURCES[operation == 'd' ? input.byte() % 5 : 0];
     const Poco::Dynamic::Var json = Kivo::Fuzz::parseJson(input.rest());
     MediaService service;

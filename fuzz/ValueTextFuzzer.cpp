@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -253,8 +252,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const char KINDS[] = "bnsceuiagvr";
     InputReader input(data, size);
-    unsigned char kind = input.byte();
-    if (kind == 0 || std::strchr(KINDS, kind) == nullptr) kind = KINDS[kind % (sizeof KINDS - 1)];
+    const char kind = input.choice(KINDS);
     switch (kind) {
         case 'b':
             checkText(PropertyValueBoolean(false), input.rest());
