@@ -1,209 +1,279 @@
 #include "Data/Base/PropertyValue.h"
 
 #include <climits>
+#include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
 
-#include <Poco/Nullable.h>
+#include <Poco/Exception.h>
+#include <Poco/URI.h>
 #include <gtest/gtest.h>
 
+#include "Data/Base/PropertyEnum.h"
 #include "Data/Base/PropertyNumber.h"
+#include "Data/Base/PropertyString.h"
+#include "Data/Base/PropertyUri.h"
+#include "Data/Base/PropertyUuid.h"
+#include "TestChannel.h"
 
 namespace Kivo::Data::Base {
 namespace {
 
 typedef PropertyValueNumberBase<long> Number;
+typedef PropertyValueString S;
+typedef PropertyValueEnum::EnumValues Words;
+typedef std::function<std::pair<bool, std::string>(const std::string&)> Writer;
 
-Number limited(long value, Poco::Nullable<long> minValue, Poco::Nullable<long> maxValue) {
-    return Number(value, minValue, maxValue, Poco::Nullable<long>());
+// Writes a text into a fresh copy of `value`: whether it was accepted, and the text it holds
+// afterwards. Also checks that the validity check agrees and stores nothing, and, for text
+// kinds, that the typed setter decides as the text one does.
+template <class V>
+Writer into(const V& value) {
+    return [value](const std::string& text) {
+        V fresh(value);
+        const std::string before = fresh.toString();
+        const bool valid = fresh.isValidStringValue(text);
+        EXPECT_EQ(before, fresh.toString()) << "the validity check stored '" << text << "'";
+        const bool accepted = fresh.setValueFromString(text);
+        EXPECT_EQ(valid, accepted) << "validity check and setter disagree on '" << text << "'";
+        if constexpr (std::is_same_v<typename V::value_type, std::string>) {
+            V typed(value);
+            EXPECT_EQ(accepted, typed.setValue(text)) << "typed setter on '" << text << "'";
+        }
+        return std::make_pair(accepted, fresh.toString());
+    };
 }
 
-Number withResolution(long resolution) {
-    return Number(0, Poco::Nullable<long>(), Poco::Nullable<long>(), resolution);
-}
-
-// Another kind storing long, to compare like types of different classes.
-class PlainLong : public PropertyValue<long> {
-public:
-    explicit PlainLong(long value) : PropertyValue<long>(value) {}
-    Poco::Dynamic::Var getGenericValue() const override { return m_value; }
-    bool parseString(const std::string&, long&) const override { return false; }
+struct TextRow {
+    Writer write;
+    std::string text;
+    bool accepted;
+    std::string stored;  // the text held afterwards: the new one, or the kept one
 };
 
-TEST(PropertyValueBoolean, AcceptsOnlyExactWords) {
-    struct Row {
-        const char* text;
-        bool accepted;
-        bool value;
+TEST(PropertyValue, EachKindTakesAWholeValidTextOrKeepsItsValue) {
+    const Writer boolean = into(PropertyValueBoolean(true));
+    const Writer number = into(Number(7, {}, {}, {}));
+    const Writer limited = into(Number(5, 0, 10, {}));
+    const Writer real = into(PropertyValueNumberBase<double>(0.0, {}, {}, {}));
+    const Writer natural = into(PropertyValueNumberBase<unsigned long>(3, {}, {}, {}));
+    const auto format = [](S::FormatType type) { return into(S(type)); };
+    const Writer text = format(S::STRING_FORMAT_TEXT), date = format(S::STRING_FORMAT_DATE);
+    const Writer time = format(S::STRING_FORMAT_TIME), stamp = format(S::STRING_FORMAT_DATETIME);
+    const Writer language = format(S::STRING_FORMAT_LANGUAGE);
+    const Writer category = format(S::STRING_FORMAT_SERVICECATEGORY);
+    const Writer version = format(S::STRING_FORMAT_VERSION);
+    const Writer custom = format(S::STRING_FORMAT_CUSTOM);
+    const Writer point = format(S::STRING_POINT_2D), rectangle = format(S::STRING_RECTANGLE_2D);
+    const Writer unknownFormat = format(static_cast<S::FormatType>(42));
+    const Writer onOff = into(PropertyValueEnum("on", Words{"off", "on"}));
+    const Writer anyWord = into(PropertyValueEnum(Words{}));
+    const Writer uuid = into(PropertyValueUuid(std::string("6ba7b810-9dad-11d1-80b4-00c04fd430c8")));
+    const Writer uri = into(PropertyValueUri("/svc/a"));
+    const std::string knownUuid = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
+    const std::string undefined = S::UNDEFINED_VALUE;
+    const std::vector<TextRow> rows = {
+        {boolean, "false", true, "false"}, {boolean, "True", false, "true"},
+        {boolean, " true", false, "true"}, {boolean, "1", false, "true"},
+        {boolean, "", false, "true"}, {number, "1,000", true, "1000"},
+        {number, "-42", true, "-42"}, {number, "9223372036854775807", true, "9223372036854775807"},
+        {number, "9223372036854775808", false, "7"}, {number, "1.5", false, "7"},
+        {number, "12abc", false, "7"}, {number, "", false, "7"},
+        {limited, "10", true, "10"}, {limited, "0", true, "0"}, {limited, "11", false, "5"},
+        {limited, "-1", false, "5"}, {limited, "1,0", true, "10"},
+        {real, "1,000.25", true, "1000.25"}, {natural, "-1", false, "3"},
+        {text, "", true, ""}, {text, "any text", true, "any text"},
+        {date, "2018-02-30", true, "2018-02-30"}, {date, "2018-13-01", false, undefined},
+        {date, "2018-01-32", false, undefined}, {date, "", false, undefined},
+        {date, "2018-01-01x", false, undefined}, {time, "12:00:00", false, undefined},
+        {time, "12:00:00Z", true, "12:00:00Z"}, {time, "12:00:00.12Z", false, undefined},
+        {time, "12:00:00.123+01:00", true, "12:00:00.123+01:00"},
+        {stamp, "2018-02-01T12:00:00-05:00", true, "2018-02-01T12:00:00-05:00"},
+        {stamp, "2018-02-01 12:00:00Z", false, undefined}, {language, "de", true, "de"},
+        {language, "de-at", true, "de-at"}, {language, "DE", false, undefined},
+        {language, "deu", false, undefined}, {category, "media", true, "media"},
+        {category, "medialibrary", true, "medialibrary"}, {category, "swdl", true, "swdl"},
+        {category, "Media", false, undefined}, {category, "addressesx", false, undefined},
+        {category, "xswdl", false, undefined}, {version, "v1", true, "v1"},
+        {version, "1.2.3", true, "1.2.3"}, {version, "1.2.3.4", false, undefined},
+        {version, "V1", false, undefined}, {custom, "", false, undefined},
+        {custom, "x", true, "x"}, {point, "123456;654321", true, "123456;654321"},
+        {point, "12345;654321", false, undefined},
+        {rectangle, "000001;000002;000003;000004", true, "000001;000002;000003;000004"},
+        {rectangle, "000001;000002;000003", false, undefined}, {unknownFormat, "", true, ""},
+        {onOff, "off", true, "off"}, {onOff, "ON", false, "on"}, {onOff, "dim", false, "on"},
+        {onOff, "", false, "on"}, {anyWord, "anything", true, "anything"},
+        {uuid, "00000000-0000-0000-0000-000000000000", false, knownUuid},
+        {uuid, "6ba7b810-9dad-11d1-80b4", false, knownUuid}, {uuid, "", false, knownUuid},
+        {uuid, "6BA7B811-9DAD-11D1-80B4-00C04FD430C8", true,
+         "6ba7b811-9dad-11d1-80b4-00c04fd430c8"},
+        {uri, "", false, "/svc/a"},
+        {uri, "http://host:8080/svc/res/42?q=1", true, "http://host:8080/svc/res/42?q=1"},
     };
-    const Row rows[] = {{"true", true, true},  {"false", true, false}, {"True", false, true},
-                        {"TRUE", false, true}, {" true", false, true}, {"true ", false, true},
-                        {"1", false, true},    {"0", false, true},     {"", false, true}};
-    for (const Row& row : rows) {
-        PropertyValueBoolean value(true);
-        EXPECT_EQ(row.accepted, value.isValidStringValue(row.text)) << row.text;
-        EXPECT_TRUE(value.getValue()) << "isValidStringValue stored something for " << row.text;
-        EXPECT_EQ(row.accepted, value.setValueFromString(row.text)) << row.text;
-        EXPECT_EQ(row.value, value.getValue()) << row.text;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const auto [accepted, stored] = rows[i].write(rows[i].text);
+        EXPECT_EQ(rows[i].accepted, accepted) << "row " << i << " '" << rows[i].text << "'";
+        EXPECT_EQ(rows[i].stored, stored) << "row " << i << " '" << rows[i].text << "'";
     }
+    // Null values are refused through the typed setters as well.
+    PropertyValueUuid id{Poco::UUID(knownUuid)};
+    EXPECT_FALSE(id.setValue(Poco::UUID::null()));
+    PropertyValueUri address("/svc/a");
+    EXPECT_FALSE(address.setValue(Poco::URI()));
+    EXPECT_EQ("/svc/a", address.toString());
 }
 
-TEST(PropertyValueBoolean, GenericValueAndOrdering) {
-    PropertyValueBoolean yes(true);
-    PropertyValueBoolean no(false);
-    EXPECT_TRUE(yes.getGenericValue().type() == typeid(bool));
-    EXPECT_EQ("true", yes.toString());
-    EXPECT_EQ("false", std::string(no));
-    EXPECT_TRUE(no < yes);
-    EXPECT_EQ(-1, no.compare(yes));
-    EXPECT_EQ(1, yes.compare(no));
-    EXPECT_EQ(0, yes.compare(PropertyValueBoolean(true)));
-    EXPECT_EQ("unspecified type", yes.getValueType());
-}
-
-TEST(PropertyValueNumber, ParsesDecimalsWithThousandsSeparator) {
+// Number kinds round to their resolution half away from zero, except where that would leave
+// the type's range; limits apply to the rounded value; texts are never rounded.
+TEST(PropertyValueNumber, RoundsHalfAwayFromZeroWithinRange) {
     struct Row {
-        const char* text;
-        bool accepted;
-        long value;
-    };
-    const Row rows[] = {{"1,000", true, 1000},
-                        {"-42", true, -42},
-                        {"9223372036854775807", true, LONG_MAX},
-                        {"9223372036854775808", false, 7},
-                        {"1.5", false, 7},
-                        {"abc", false, 7},
-                        {"", false, 7},
-                        {"12abc", false, 7}};
-    for (const Row& row : rows) {
-        Number value(7, {}, {}, {});
-        EXPECT_EQ(row.accepted, value.setValueFromString(row.text)) << row.text;
-        EXPECT_EQ(row.value, value.getValue()) << row.text;
-    }
-    EXPECT_EQ("1000", Number(1000, {}, {}, {}).toString());
-    EXPECT_TRUE(Number(5, {}, {}, {}).getGenericValue().type() == typeid(long));
-}
-
-TEST(PropertyValueNumber, LimitsAreInclusiveAndRefusalsKeepTheValue) {
-    Number value = limited(5, 0, 10);
-    EXPECT_TRUE(value.setValue(0));
-    EXPECT_TRUE(value.setValue(10));
-    EXPECT_FALSE(value.setValue(11));
-    EXPECT_FALSE(value.setValue(-1));
-    EXPECT_EQ(10, value.getValue());
-    EXPECT_FALSE(value.setValueFromString("-1"));
-    EXPECT_FALSE(value.isValidStringValue("11"));
-    EXPECT_TRUE(value.isValidStringValue("1,0"));
-    EXPECT_EQ(10, value.getValue());
-
-    Number onlyMin = limited(5, 3, {});
-    EXPECT_TRUE(onlyMin.setValue(LONG_MAX));
-    EXPECT_FALSE(onlyMin.setValue(2));
-    Number onlyMax = limited(5, {}, 3);
-    EXPECT_TRUE(onlyMax.setValue(LONG_MIN));
-    EXPECT_FALSE(onlyMax.setValue(4));
-}
-
-TEST(PropertyValueNumber, RoundsHalfAwayFromZero) {
-    struct Row {
-        long resolution;
-        long given;
-        long stored;
+        long resolution, given, stored;
     };
     const Row rows[] = {
-        {10, 14, 10},   {10, 15, 20},   {10, -15, -20}, {10, -14, -10}, {10, 0, 0},
-        {10, 20, 20},   {3, 5, 6},
+        {10, 14, 10}, {10, 15, 20}, {10, -15, -20}, {10, -14, -10}, {10, 0, 0}, {3, 5, 6},
         // Integer halving: with 3 the half is 1, so 4 already rounds away.
-        {3, 4, 6},      {1, 17, 17},    {-1, 17, 17},
-        {-1, LONG_MIN, LONG_MIN},       {0, 123, 0},    {0, -123, 0},
+        {3, 4, 6}, {1, 17, 17}, {-1, 17, 17}, {-1, LONG_MIN, LONG_MIN}, {0, -123, 0},
         // Found by fuzzing: |LONG_MIN - 0| overflowed (a sanitizer build reports it).
-        {0, LONG_MIN, 0},
-        // Rounding away from zero would leave the range: the value rounds toward zero.
-        {10, LONG_MAX, LONG_MAX - 7},   {10, LONG_MIN, LONG_MIN + 8},
+        {0, LONG_MIN, 0}, {10, LONG_MAX, LONG_MAX - 7}, {10, LONG_MIN, LONG_MIN + 8},
         {LONG_MIN, -5, 0},
     };
     for (const Row& row : rows) {
-        Number value = withResolution(row.resolution);
+        Number value(0, {}, {}, row.resolution);
         EXPECT_TRUE(value.setValue(row.given)) << row.resolution << " / " << row.given;
         EXPECT_EQ(row.stored, value.getValue()) << row.resolution << " / " << row.given;
     }
-}
-
-TEST(PropertyValueNumber, TextIsNotRoundedAndLimitsApplyAfterRounding) {
-    Number value = withResolution(10);
-    EXPECT_TRUE(value.setValueFromString("14"));
-    EXPECT_EQ(14, value.getValue());
-    EXPECT_TRUE(value.setValue(14));
-    EXPECT_EQ(10, value.getValue());
-
     Number bounded(0, {}, 19, 10);
     EXPECT_FALSE(bounded.setValue(15)) << "15 rounds to 20, above the limit";
-    EXPECT_EQ(0, bounded.getValue());
-    EXPECT_TRUE(bounded.setValue(24 - 10));
+    EXPECT_TRUE(bounded.setValueFromString("14"));
+    EXPECT_EQ(14, bounded.getValue()) << "a text is taken as written";
+    EXPECT_TRUE(bounded.setValue(14));
     EXPECT_EQ(10, bounded.getValue());
-}
+    Number onlyMin(5, 3, {}, {});
+    EXPECT_TRUE(onlyMin.setValue(LONG_MAX));
+    EXPECT_FALSE(onlyMin.setValue(2));
 
-TEST(PropertyValueNumber, OtherInstantiationsRoundToo) {
     PropertyValueNumberBase<double> real(0.0, {}, {}, 0.5);
     EXPECT_TRUE(real.setValue(1.26));
     EXPECT_DOUBLE_EQ(1.5, real.getValue());
-    EXPECT_TRUE(real.setValueFromString("1,000.25"));
-    EXPECT_DOUBLE_EQ(1000.25, real.getValue());
-
     PropertyValueNumberBase<unsigned long> natural(0, {}, {}, 10);
-    EXPECT_TRUE(natural.setValue(15));
-    EXPECT_EQ(20u, natural.getValue());
     EXPECT_TRUE(natural.setValue(ULONG_MAX));
     EXPECT_EQ(ULONG_MAX - 5, natural.getValue());
-    EXPECT_FALSE(natural.setValueFromString("-1"));
 }
 
-TEST(PropertyValue, CrossKindComparisons) {
-    const Number number(5, {}, {}, {});
-    const PlainLong sameLong(5);
-    const PlainLong bigger(6);
-    const PropertyValueBoolean boolean(true);
-    const PropertyValueBase& numberBase = number;
+struct ComparisonRow {
+    const char* name;
+    const PropertyValueBase& lhs;
+    const PropertyValueBase& rhs;
+    bool like;
+    bool equal;
+    int order;  // compare(); only for like values
+};
 
-    // Like types: same stored type, different classes.
-    EXPECT_TRUE(numberBase == sameLong);
-    EXPECT_TRUE(numberBase != sameLong) << "the untyped != answers like ==";
-    EXPECT_FALSE(numberBase != bigger);
-    EXPECT_FALSE(number != static_cast<const PropertyValue<long>&>(sameLong));
-    EXPECT_EQ(0, numberBase.compare(sameLong));
-    EXPECT_EQ(-1, numberBase.compare(bigger));
-    EXPECT_EQ(1, static_cast<const PropertyValueBase&>(bigger).compare(number));
-    EXPECT_TRUE(numberBase < bigger);
-    EXPECT_TRUE(static_cast<const PropertyValueBase&>(bigger) > number);
-
-    // Unlike types: equality is quietly false, ordering throws.
-    EXPECT_FALSE(numberBase == boolean);
-    EXPECT_FALSE(numberBase != boolean);
-    for (auto order : {+[](const PropertyValueBase& a, const PropertyValueBase& b) { return a < b; },
-                       +[](const PropertyValueBase& a, const PropertyValueBase& b) { return a > b; },
-                       +[](const PropertyValueBase& a, const PropertyValueBase& b) {
-                           return a.compare(b) == 0;
-                       }}) {
-        try {
-            order(numberBase, boolean);
-            ADD_FAILURE() << "ordering unlike values did not throw";
-        } catch (const std::runtime_error& error) {
-            EXPECT_STREQ("Invalid property value conversion", error.what());
+TEST(PropertyValue, ComparesWithinLikeKindsOnly) {
+    // Another kind storing long, to compare like types of different classes.
+    class PlainLong : public PropertyValue<long> {
+    public:
+        explicit PlainLong(long value) : PropertyValue<long>(value) {}
+        Poco::Dynamic::Var getGenericValue() const override { return m_value; }
+        bool parseString(const std::string&, long&) const override { return false; }
+    };
+    const Number five(5, {}, {}, {});
+    const PlainLong plainFive(5), plainSix(6);
+    const PropertyValueBoolean yes(true), no(false);
+    const S on("on"), later("2019-01-01"), date("2018-01-01", S::STRING_FORMAT_DATE);
+    const PropertyValueEnum enumOn(Words{"on"});
+    const PropertyValueCustomString custom("1");
+    const PropertyValueFormatedString<S::STRING_FORMAT_VERSION> version("2");
+    const PropertyValueUri one("http://one/a"), oneAgain("http://one/a"), two("http://two/a");
+    const PropertyValueUri oneB("http://one/b");
+    const PropertyValueUri query("/a?x=1"), path("/a");
+    const PropertyValueUuid low(std::string("00000000-0000-1000-8000-000000000001"));
+    const PropertyValueUuid high(std::string("ffffffff-0000-1000-8000-000000000001"));
+    PropertyValueArray<S> ab, abb;
+    ASSERT_TRUE(ab.setValueFromString(R"(["b", "a"])"));
+    ASSERT_TRUE(abb.setValueFromString(R"(["b", "a", "b"])"));
+    const PropertyValueArray<PropertyValueFormatedString<S::STRING_FORMAT_VERSION>> versions;
+    const std::vector<ComparisonRow> rows = {
+        {"number, same long of another class", five, plainFive, true, true, 0},
+        {"number, bigger long of another class", five, plainSix, true, false, -1},
+        {"false before true", no, yes, true, false, -1},
+        {"number and boolean", five, yes, false, false, 0},
+        {"string and enum, same text", on, enumOn, true, true, 0},
+        {"plain text after a date, format ignored", later, date, true, false, 1},
+        {"custom before version", custom, version, true, false, -1},
+        {"string and boolean", on, yes, false, false, 0},
+        {"string and URI", on, path, false, false, 0},
+        {"UUID and string", low, on, false, false, 0},
+        {"UUIDs", low, high, true, false, -1},
+        {"URIs order by path alone", one, two, true, false, 0},
+        {"URIs, path decides before host", two, oneB, true, false, -1},
+        {"URIs equal only whole", query, path, true, false, 0},
+        {"same URI", one, oneAgain, true, true, 0},
+        {"arrays, lexicographic", ab, abb, true, false, -1},
+        {"arrays of two element kinds", abb, versions, false, false, 0},
+    };
+    for (const ComparisonRow& row : rows) {
+        EXPECT_EQ(row.equal, row.lhs == row.rhs) << row.name;
+        EXPECT_EQ(row.equal, row.lhs != row.rhs) << row.name << ": untyped != answers as == does";
+        if (!row.like) {
+            try {
+                row.lhs.compare(row.rhs);
+                ADD_FAILURE() << row.name << ": ordering unlike values did not throw";
+            } catch (const std::runtime_error& error) {
+                EXPECT_STREQ("Invalid property value conversion", error.what()) << row.name;
+            }
+            EXPECT_THROW((void)(row.lhs < row.rhs), std::runtime_error) << row.name;
+            EXPECT_THROW((void)(row.lhs > row.rhs), std::runtime_error) << row.name;
+            continue;
         }
+        EXPECT_EQ(row.order, row.lhs.compare(row.rhs)) << row.name;
+        EXPECT_EQ(-row.order, row.rhs.compare(row.lhs)) << row.name;
+        EXPECT_EQ(row.order < 0, row.lhs < row.rhs) << row.name;
+        EXPECT_EQ(row.order > 0, row.lhs > row.rhs) << row.name;
     }
-    EXPECT_THROW(PropertyValue<bool>::convert(numberBase), std::runtime_error);
-    EXPECT_EQ(&number, PropertyValue<long>::convert(numberBase));
+    EXPECT_TRUE(five != static_cast<const PropertyValue<long>&>(plainSix)) << "typed != is true";
+    EXPECT_FALSE(two != PropertyValueUri("http://two/a"));
+    EXPECT_THROW(PropertyValue<bool>::convert(static_cast<const PropertyValueBase&>(five)),
+                 std::runtime_error);
 }
 
-TEST(PropertyValue, MatchesTheWholeText) {
+TEST(PropertyValue, MatchesTheWholeTextOnly) {
     const Number number(12345, {}, {}, {});
     const PropertyValueBoolean boolean(true);
     EXPECT_TRUE(number.matches(Poco::RegularExpression("12.*")));
     EXPECT_FALSE(number.matches(Poco::RegularExpression("234")));
     EXPECT_FALSE(number.matches(Poco::RegularExpression("123")));
     EXPECT_TRUE(boolean.matches(Poco::RegularExpression("t.ue")));
-    EXPECT_FALSE(boolean.matches(Poco::RegularExpression("ru")));
     EXPECT_FALSE(boolean.matches(Poco::RegularExpression("x*"))) << "empty match never counts";
+}
+
+TEST(PropertyValueUri, LogsAndRefusesTextTheUriLibraryRejects) {
+    const std::string bad = "http://host:abc/x";
+    std::string reason;
+    try {
+        Poco::URI rejected(bad);
+    } catch (const Poco::SyntaxException& error) {
+        reason = error.displayText();
+    }
+    ASSERT_FALSE(reason.empty()) << "the URI library accepted " << bad;
+    PropertyValueUri value("/svc/a");
+    Kivo::Test::ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+    EXPECT_FALSE(value.setValueFromString(bad));
+    EXPECT_EQ("/svc/a", value.toString());
+    const std::vector<Kivo::Test::LoggedMessage> lines = capture.messages();
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_EQ("Error: Failed to parse value for PropertyValueUri: " + reason, lines[0].text);
+    EXPECT_EQ(Poco::Message::PRIO_ERROR, lines[0].priority);
+}
+
+TEST(PropertyValueUuid, DefaultsToANewRandomUuid) {
+    const PropertyValueUuid fresh;
+    EXPECT_EQ(Poco::UUID::UUID_RANDOM, fresh.getValue().version());
+    EXPECT_FALSE(fresh == PropertyValueUuid());
 }
 
 }  // namespace
