@@ -72,9 +72,9 @@ TEST(PropertyValue, EachKindTakesAWholeValidTextOrKeepsItsValue) {
     const Writer unknownFormat = format(static_cast<S::FormatType>(42));
     const Writer onOff = into(PropertyValueEnum("on", Words{"off", "on"}));
     const Writer anyWord = into(PropertyValueEnum(Words{}));
-    const Writer uuid = into(PropertyValueUuid(std::string("6ba7b810-9dad-11d1-80b4-00c04fd430c8")));
     const Writer uri = into(PropertyValueUri("/svc/a"));
     const std::string knownUuid = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
+    const Writer uuid = into(PropertyValueUuid(knownUuid));
     const std::string undefined = S::UNDEFINED_VALUE;
     const std::vector<TextRow> rows = {
         {boolean, "false", true, "false"}, {boolean, "True", false, "true"},
