@@ -1,6 +1,7 @@
 #include "Data/Base/Object.h"
 
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,33 +18,23 @@ namespace {
 using Kivo::Test::ScopedLogCapture;
 using Kivo::Test::TestObject;
 typedef PropertyEventPayload Payload;
+typedef std::unique_ptr<PropertyInteger> Integer;
+typedef std::vector<std::string> Keys;
 
-PropertyInteger* makeInteger(const std::string& key, long value = 0) {
-    return new PropertyInteger(key, nullptr, PropertyValueNumberBase<long>(value, {}, {}, {}));
+Integer makeInteger(const std::string& key, long value = 0) {
+    return Integer(
+        new PropertyInteger(key, nullptr, PropertyValueNumberBase<long>(value, {}, {}, {})));
 }
 
-TEST(ObjectType, BuildsIdentifierAndPathFromTheParentChain) {
-    const Object::Type service("Service");
-    const Object::Type media("Media", service);
-    const Object::Type track("Track", media);
-    EXPECT_EQ("Service", service.identifier);
-    EXPECT_EQ("/", service.path);
-    EXPECT_EQ("Service.Media", media.identifier);
-    EXPECT_EQ("/Service/", media.path);
-    EXPECT_EQ("Track", track.name);
+TEST(Object, TypeAndLock) {
+    const Object::Type track("Track", Object::Type("Media", Object::Type("Service")));
     EXPECT_EQ("Service.Media.Track", track.identifier);
     EXPECT_EQ("/Service/Media/", track.path);
+    EXPECT_EQ("/", Object::Type("Service").path);
+    EXPECT_EQ("/Service/", Object::Type("Media", TestObject("Service")).path);
 
-    TestObject parent("Service");
-    EXPECT_EQ("/Service/", Object::Type("Media", parent).path);
-}
-
-TEST(Object, RequiresALock) {
-    auto constructors = {
-        +[] { TestObject object("T", Kivo::RecursiveRWLockPtr()); },
-        +[] { TestObject copy{TestObject(), Kivo::RecursiveRWLockPtr()}; },
-    };
-    for (auto construct : constructors) {
+    for (auto construct : {+[] { TestObject object("T", Kivo::RecursiveRWLockPtr()); },
+                           +[] { TestObject copy{TestObject(), Kivo::RecursiveRWLockPtr()}; }}) {
         try {
             construct();
             ADD_FAILURE() << "a null lock was accepted";
@@ -57,11 +48,9 @@ TEST(Object, RegistryStatesAndTheirLogLines) {
     ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
     TestObject object("Thing");
     ASSERT_TRUE(object.registerProperty("optional", nullptr));
-    std::unique_ptr<PropertyInteger> present(makeInteger("present"));
+    Integer present = makeInteger("present");
     ASSERT_TRUE(object.registerProperty("present", present.get()));
-
     EXPECT_FALSE(object.knowsProperty("absent"));
-    EXPECT_FALSE(object.hasProperty("absent"));
     EXPECT_TRUE(object.knowsProperty("optional"));
     EXPECT_FALSE(object.hasProperty("optional"));
     EXPECT_TRUE(object.hasProperty("present"));
@@ -77,25 +66,22 @@ TEST(Object, RegistryStatesAndTheirLogLines) {
     EXPECT_EQ(Poco::Message::PRIO_WARNING, messages[0].priority);
     EXPECT_EQ("Trace: Thing::getProperty: property optional is not available", messages[1].text);
     EXPECT_EQ(Poco::Message::PRIO_TRACE, messages[1].priority);
-    EXPECT_EQ(std::vector<std::string>{"present"}, object.getPropertyKeys());
 }
 
 TEST(Object, FirstRegistrationWinsUntilThePropertyIsGone) {
     TestObject object;
-    std::unique_ptr<PropertyInteger> first(makeInteger("k", 1));
-    std::unique_ptr<PropertyInteger> second(makeInteger("k", 2));
+    Integer first = makeInteger("k", 1), second = makeInteger("k", 2);
     ASSERT_TRUE(object.registerProperty("k", first.get()));
     EXPECT_FALSE(object.registerProperty("k", second.get()));
     EXPECT_EQ(first.get(), object.getProperty("k"));
     EXPECT_EQ(nullptr, second->getParent());
-    EXPECT_EQ((std::vector<std::string>{"k"}), object.registered);
+    EXPECT_EQ(Keys{"k"}, object.registered);
 
     first.reset();
     EXPECT_TRUE(object.knowsProperty("k"));
     EXPECT_FALSE(object.hasProperty("k"));
     ASSERT_EQ(1u, object.events.size());
     EXPECT_EQ(Payload::PROPERTY_DESTROYED, object.events[0].first);
-
     EXPECT_TRUE(object.registerProperty("k", second.get()));
     EXPECT_EQ(second.get(), object.getProperty("k"));
 }
@@ -103,30 +89,24 @@ TEST(Object, FirstRegistrationWinsUntilThePropertyIsGone) {
 TEST(Object, JsonListsPresentPropertiesInByteOrder) {
     TestObject object;
     EXPECT_EQ(0u, object.toJSON(0)->size());
-
-    std::unique_ptr<PropertyInteger> lower(makeInteger("b", 2));
-    std::unique_ptr<PropertyInteger> upper(makeInteger("B", 1));
-    std::unique_ptr<PropertyInteger> first(makeInteger("a", 3));
-    for (PropertyInteger* property : {lower.get(), upper.get(), first.get()}) {
-        object.registerProperty(property->getKey(), property);
+    Integer lower = makeInteger("b", 2), upper = makeInteger("B", 1), first = makeInteger("a", 3);
+    for (const Integer* property : {&lower, &upper, &first}) {
+        object.registerProperty((*property)->getKey(), property->get());
     }
     object.registerProperty("absent", nullptr);
-
     std::ostringstream text;
     object.toJSON(0)->stringify(text);
     EXPECT_EQ(R"({"B":1,"a":3,"b":2})", text.str());
-    EXPECT_EQ((std::vector<std::string>{"B", "a", "b"}), object.getPropertyKeys());
+    EXPECT_EQ((Keys{"B", "a", "b"}), object.getPropertyKeys());
     EXPECT_EQ((std::vector<PropertyBase*>{upper.get(), first.get(), lower.get()}),
               object.getProperties());
 }
 
 TEST(Object, MovingAPropertyLeavesTheOldOwnerAKnownKey) {
-    TestObject oldOwner;
-    TestObject newOwner;
-    std::unique_ptr<PropertyInteger> property(makeInteger("k"));
+    TestObject oldOwner, newOwner;
+    Integer property = makeInteger("k");
     oldOwner.registerProperty("k", property.get());
     ASSERT_TRUE(newOwner.registerProperty("k", property.get()));
-
     EXPECT_EQ(&newOwner, property->getParent());
     EXPECT_TRUE(oldOwner.knowsProperty("k"));
     EXPECT_FALSE(oldOwner.hasProperty("k"));
@@ -141,8 +121,7 @@ TEST(Object, MovingAPropertyLeavesTheOldOwnerAKnownKey) {
 }
 
 TEST(Object, UnregisterAllDetachesEveryProperty) {
-    std::unique_ptr<PropertyInteger> a(makeInteger("a"));
-    std::unique_ptr<PropertyInteger> b(makeInteger("b"));
+    Integer a = makeInteger("a"), b = makeInteger("b");
     {
         TestObject object;
         object.registerProperty("b", b.get());
@@ -150,53 +129,37 @@ TEST(Object, UnregisterAllDetachesEveryProperty) {
         object.registerProperty("known", nullptr);
         object.unregisterAllProperties();
         EXPECT_EQ(nullptr, a->getParent());
-        EXPECT_FALSE(object.knowsProperty("a"));
         EXPECT_FALSE(object.knowsProperty("known"));
-        EXPECT_EQ((std::vector<std::string>{"a", "b"}), object.unregistered);
+        EXPECT_EQ((Keys{"a", "b"}), object.unregistered);
         ASSERT_EQ(2u, object.events.size());
         EXPECT_EQ(Payload::PROPERTY_OWNER_CHANGED, object.events[1].first);
-
         object.registerProperty("a", a.get());
     }
     // The destroyed owner is neither the parent nor a subscriber any more.
     EXPECT_EQ(nullptr, a->getParent());
     EXPECT_TRUE(a->setValue(3));
-    EXPECT_TRUE(a->isModifiable());
 }
 
-TEST(Object, CopiesTakeTheTypeButNeitherRegistryNorLock) {
+TEST(Object, CopiesTakeTheTypeButNeitherRegistryNorLockAndLocksCanBeShared) {
     TestObject original("Original");
-    std::unique_ptr<PropertyInteger> property(makeInteger("k"));
+    Integer property = makeInteger("k");
     original.registerProperty("k", property.get());
-
     Kivo::RecursiveRWLockPtr lock(new Util::RecursiveRWLock);
     TestObject copy(original, lock);
     EXPECT_EQ("Original", copy.getType().identifier);
     EXPECT_FALSE(copy.knowsProperty("k"));
     EXPECT_EQ(lock.get(), copy.getLock().get());
-    EXPECT_NE(original.getLock().get(), copy.getLock().get());
-
     copy = original;
     EXPECT_FALSE(copy.knowsProperty("k"));
     EXPECT_EQ(lock.get(), copy.getLock().get());
-}
 
-TEST(Object, AdoptedLockReachesEveryProperty) {
-    TestObject parent;
-    TestObject child;
-    std::unique_ptr<PropertyInteger> property(makeInteger("k"));
-    child.registerProperty("k", property.get());
-
-    child.adoptPropertyLock(parent);
-    EXPECT_EQ(parent.getLock().get(), child.getLock().get());
-    EXPECT_EQ(parent.getLock().get(), property->getLock().get());
-
-    child.adoptPropertyLock(child);
-    EXPECT_EQ(parent.getLock().get(), child.getLock().get());
-
-    child.resetPropertyLock();
-    EXPECT_NE(parent.getLock().get(), child.getLock().get());
-    EXPECT_EQ(child.getLock().get(), property->getLock().get());
+    original.adoptPropertyLock(copy);
+    original.adoptPropertyLock(original);
+    EXPECT_EQ(lock.get(), original.getLock().get());
+    EXPECT_EQ(lock.get(), property->getLock().get()) << "properties follow their owner";
+    original.resetPropertyLock();
+    EXPECT_NE(lock.get(), original.getLock().get());
+    EXPECT_EQ(original.getLock().get(), property->getLock().get());
     EXPECT_TRUE(property->setValue(1)) << "the fresh lock is usable";
 }
 

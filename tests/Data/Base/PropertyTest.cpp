@@ -1,6 +1,6 @@
 #include "Data/Base/Property.h"
 
-#include <memory>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,11 +15,15 @@ namespace {
 
 using Kivo::Test::TestObject;
 typedef PropertyValueNumberBase<long> Number;
+typedef PropertyValueString S;
 typedef PropertyEventPayload Payload;
+typedef std::vector<std::string> Texts;
 
-// Records both change events of one integer property, in the order they arrive.
+// Records the change events of one property in arrival order, with the old value each carries
+// (as text) and what the property held when each arrived.
+template <class P>
 struct EventLog {
-    explicit EventLog(PropertyInteger& property) : m_property(property) {
+    explicit EventLog(P& property) : m_property(property) {
         m_property.ValueChanged += Poco::delegate(this, &EventLog::onValueChanged);
         m_property.Updated += Poco::delegate(this, &EventLog::onUpdated);
     }
@@ -28,31 +32,30 @@ struct EventLog {
         m_property.Updated -= Poco::delegate(this, &EventLog::onUpdated);
     }
 
-    void onValueChanged(const void* sender, PropertyInteger::ValueChangedEventPayload& payload) {
+    void onValueChanged(const void* sender, typename P::ValueChangedEventPayload& payload) {
         order.push_back("ValueChanged");
         EXPECT_EQ(&m_property, sender);
         EXPECT_EQ(&m_property, payload.concreteSource);
         EXPECT_EQ(&m_property, payload.getSourceProperty());
         EXPECT_EQ(Payload::PROPERTY_VALUE_CHANGED, payload.getEvent());
         EXPECT_TRUE(payload.getPreviousValue().isEmpty());
-        typedOld.push_back(payload.oldValue.getValue());
-        valueSeen.push_back(m_property.getValue());
+        typedOld.push_back(payload.oldValue.toString());
+        valueSeen.push_back(m_property.getPropertyValue().toString());
     }
-
     void onUpdated(const void*, Payload& payload) {
-        order.push_back(payload.getEvent() == Payload::PROPERTY_VALUE_CHANGED ? "Updated"
-                                                                               : "OwnerChanged");
+        const bool changed = payload.getEvent() == Payload::PROPERTY_VALUE_CHANGED;
+        order.push_back(changed ? "Updated" : "OwnerChanged");
+        EXPECT_EQ(&m_property, payload.getSourceProperty());
         parentSeen.push_back(m_property.getParent());
-        if (!payload.getPreviousValue().isEmpty()) {
-            genericOld.push_back(payload.getPreviousValue().convert<long>());
+        if (changed) {
+            genericOld.push_back(payload.getPreviousValue().convert<std::string>());
+        } else {
+            EXPECT_TRUE(payload.getPreviousValue().isEmpty());
         }
     }
 
-    PropertyInteger& m_property;
-    std::vector<std::string> order;
-    std::vector<long> typedOld;
-    std::vector<long> genericOld;
-    std::vector<long> valueSeen;
+    P& m_property;
+    Texts order, typedOld, genericOld, valueSeen;
     std::vector<Object*> parentSeen;
 };
 
@@ -65,71 +68,56 @@ TEST(Property, RefusesAnEmptyKey) {
     }
 }
 
+// Every accepted write, equal values included, raises the typed then the generic event after
+// the store; a refused write, by the value's rules or by the owner, raises nothing.
 TEST(Property, RaisesTypedThenGenericEventPerAcceptedWrite) {
-    TestObject owner;
-    PropertyInteger property("k", &owner, Number(1, {}, 10, {}));
-    owner.registerProperty("k", &property);
-    EventLog log(property);
-
-    EXPECT_TRUE(property.setValue(2));
-    EXPECT_TRUE(property.setValueFromString("3"));
-    EXPECT_TRUE(property.setValue(Number(3, {}, {}, {}))) << "an equal value is still accepted";
-    EXPECT_FALSE(property.setValue(11));
-    EXPECT_FALSE(property.setValueFromString("x"));
-    EXPECT_FALSE(property.setValue(Number(11, {}, {}, {}))) << "checked by the property's limits";
-
-    EXPECT_EQ(3, property.getValue());
-    EXPECT_EQ((std::vector<std::string>{"ValueChanged", "Updated", "ValueChanged", "Updated",
-                                        "ValueChanged", "Updated"}),
-              log.order);
-    EXPECT_EQ((std::vector<long>{1, 2, 3}), log.typedOld);
-    EXPECT_EQ((std::vector<long>{1, 2, 3}), log.genericOld);
-    EXPECT_EQ((std::vector<long>{2, 3, 3}), log.valueSeen) << "events come after the store";
-    EXPECT_EQ(3u, owner.events.size());
+    for (const bool denied : {false, true}) {
+        TestObject owner;
+        PropertyInteger property("k", &owner, Number(1, {}, 10, {}));
+        owner.registerProperty("k", &property);
+        if (denied) owner.denyWrite("k");
+        EXPECT_EQ(!denied, property.isModifiable());
+        EventLog<PropertyInteger> log(property);
+        EXPECT_EQ(!denied, property.setValue(2));
+        EXPECT_EQ(!denied, property.setValueFromString("3"));
+        EXPECT_EQ(!denied, property.setValue(Number(3, {}, {}, {}))) << "an equal value";
+        EXPECT_FALSE(property.setValue(11));
+        EXPECT_FALSE(property.setValueFromString("x"));
+        EXPECT_FALSE(property.setValue(Number(11, {}, {}, {}))) << "the property's limits apply";
+        EXPECT_EQ(denied ? 1 : 3, property.getValue());
+        if (denied) {
+            EXPECT_TRUE(log.order.empty());
+            EXPECT_TRUE(owner.events.empty());
+            continue;
+        }
+        EXPECT_EQ((Texts{"ValueChanged", "Updated", "ValueChanged", "Updated", "ValueChanged",
+                         "Updated"}),
+                  log.order);
+        EXPECT_EQ((Texts{"1", "2", "3"}), log.typedOld);
+        EXPECT_EQ((Texts{"1", "2", "3"}), log.genericOld);
+        EXPECT_EQ((Texts{"2", "3", "3"}), log.valueSeen) << "events come after the store";
+        EXPECT_EQ(3u, owner.events.size());
+    }
 }
 
-TEST(Property, OwnerDeniesWriting) {
-    TestObject owner;
-    PropertyInteger property("k", &owner, Number(1, {}, {}, {}));
-    owner.registerProperty("k", &property);
-    owner.denyWrite("k");
-    EventLog log(property);
+TEST(Property, OwnershipWithoutOwnerAndAcrossOwners) {
+    PropertyInteger lone("k", Number(1, {}, {}, {}));
+    EventLog<PropertyInteger> loneLog(lone);
+    EXPECT_TRUE(lone.isModifiable());
+    EXPECT_TRUE(lone.getLock().isNull());
+    EXPECT_TRUE(lone.setValue(4));
+    EXPECT_EQ((Texts{"ValueChanged", "Updated"}), loneLog.order);
+    lone.registerAtOwner();
+    EXPECT_EQ(nullptr, lone.getParent());
 
-    EXPECT_FALSE(property.isModifiable());
-    EXPECT_FALSE(property.setValue(2));
-    EXPECT_FALSE(property.setValueFromString("2"));
-    EXPECT_FALSE(property.setPropertyValue(Number(2, {}, {}, {})));
-    EXPECT_EQ(1, property.getValue());
-    EXPECT_TRUE(log.order.empty());
-    EXPECT_TRUE(owner.events.empty());
-}
-
-TEST(Property, WorksWithoutOwner) {
-    PropertyInteger property("k", Number(1, {}, {}, {}));
-    EventLog log(property);
-    EXPECT_TRUE(property.isModifiable());
-    EXPECT_TRUE(property.getLock().isNull());
-    EXPECT_TRUE(property.setValue(4));
-    EXPECT_EQ((std::vector<std::string>{"ValueChanged", "Updated"}), log.order);
-    EXPECT_EQ(4, property.toJSON(0).convert<long>());
-    property.registerAtOwner();
-    EXPECT_EQ(nullptr, property.getParent());
-}
-
-TEST(Property, SetParentRaisesOneOwnerChangeWithTheNewParentInPlace) {
-    TestObject first;
-    TestObject second;
+    TestObject first, second;
     PropertyInteger property("k", &first, Number());
-    EventLog log(property);
-
+    EventLog<PropertyInteger> log(property);
     property.setParent(&first);
-    EXPECT_TRUE(log.order.empty());
-
+    EXPECT_TRUE(log.order.empty()) << "the same parent again changes nothing";
     property.setParent(&second);
-    EXPECT_EQ(std::vector<std::string>{"OwnerChanged"}, log.order);
-    EXPECT_EQ(std::vector<Object*>{&second}, log.parentSeen);
-    EXPECT_TRUE(log.genericOld.empty());
-
+    EXPECT_EQ(Texts{"OwnerChanged"}, log.order);
+    EXPECT_EQ(std::vector<Object*>{&second}, log.parentSeen) << "raised with the new parent set";
     property.registerAtOwner();
     EXPECT_EQ(&property, second.getProperty("k"));
     EXPECT_EQ(1u, log.order.size()) << "registering at the current parent raises nothing";
@@ -139,18 +127,15 @@ TEST(Property, ReplacingTheValueObjectReplacesItsConstraints) {
     TestObject owner;
     PropertyInteger property("k", &owner, Number(1, {}, 5, {}));
     owner.registerProperty("k", &property);
-    EventLog log(property);
-
+    EventLog<PropertyInteger> log(property);
     EXPECT_TRUE(property.setPropertyValue(Number(50, {}, 100, {})));
     EXPECT_TRUE(property.setValue(60));
-    PropertyInteger other("other", Number(7, {}, {}, {}));
-    property = other;
+    property = PropertyInteger("other", Number(7, {}, {}, {}));
     EXPECT_EQ(7, property.getValue());
     EXPECT_EQ("k", property.getKey());
     EXPECT_EQ(6u, log.order.size());
 
     const PropertyInteger copy(property, &owner);
-    EXPECT_EQ("k", copy.getKey());
     EXPECT_EQ(&owner, copy.getParent());
     EXPECT_EQ(&property, owner.getProperty("k")) << "a copy does not register itself";
     EXPECT_EQ(nullptr, PropertyInteger(property).getParent());
@@ -158,38 +143,76 @@ TEST(Property, ReplacingTheValueObjectReplacesItsConstraints) {
 
 TEST(Property, DestroyedIsRaisedOnceWhileTheValueIsStillReadable) {
     TestObject owner;
-    std::vector<std::string> seen;
     struct Watcher {
-        std::vector<std::string>* seen;
+        Texts seen;
         void onDestroyed(const void*, Payload& payload) {
             EXPECT_EQ(Payload::PROPERTY_DESTROYED, payload.getEvent());
-            seen->push_back(payload.getSourceProperty()->getKey() + "=" +
-                            payload.getSourceProperty()->getPropertyValueBase().toString());
+            seen.push_back(payload.getSourceProperty()->getKey() + "=" +
+                           payload.getSourceProperty()->getPropertyValueBase().toString());
         }
-    } watcher{&seen};
+    } watcher;
     {
         PropertyInteger property("k", &owner, Number(42, {}, {}, {}));
         owner.registerProperty("k", &property);
         property.Destroyed += Poco::delegate(&watcher, &Watcher::onDestroyed);
     }
-    EXPECT_EQ(std::vector<std::string>{"k=42"}, seen);
+    EXPECT_EQ(Texts{"k=42"}, watcher.seen);
     EXPECT_TRUE(owner.knowsProperty("k"));
     EXPECT_FALSE(owner.hasProperty("k"));
 }
 
-TEST(Property, BooleanPropertyAndTypedAccessors) {
-    TestObject owner;
-    PropertyBoolean flag("flag", &owner, PropertyValueBoolean(false));
-    owner.registerProperty("flag", &flag);
-    EXPECT_FALSE(flag.isArray());
-    EXPECT_FALSE(flag.isReference());
-    EXPECT_FALSE(flag.clear());
-    EXPECT_TRUE(flag.createIndex().isNull());
-    EXPECT_TRUE(flag.setValueFromString("true"));
-    EXPECT_TRUE(static_cast<const bool&>(flag));
-    EXPECT_TRUE(flag.matches(Poco::RegularExpression("tr.e")));
-    EXPECT_FALSE(flag.matches(Poco::RegularExpression("tr")));
-    EXPECT_EQ(true, owner.toJSON(0)->getValue<bool>("flag"));
+struct ArrayRow {
+    const char* name;
+    std::string before;  // JSON text
+    std::function<bool(PropertyStringArray&)> operation;
+    bool accepted;
+    std::string after;  // JSON text
+};
+
+TEST(PropertyArray, RaisesValueChangedThenUpdatedOnlyForAcceptedChanges) {
+    const PropertyValueCustomString digits(S::UNDEFINED_VALUE, "[0-9]+");
+    const std::vector<ArrayRow> rows = {
+        {"clear", R"(["a", "b"])", [](auto& p) { return p.clear(); }, true, "[]"},
+        {"clear empty", "[]", [](auto& p) { return p.clear(); }, true, "[]"},
+        {"add text", R"(["a"])", [](auto& p) { return p.addElement("b"); }, true, R"(["a","b"])"},
+        {"add element", R"(["b"])", [](auto& p) { return p.addElement(S("a")); }, true,
+         R"(["a","b"])"},
+        {"remove", R"(["a", "a"])", [](auto& p) { return p.removeElement(S("a")); }, true,
+         R"(["a"])"},
+        {"remove absent", R"(["a"])", [](auto& p) { return p.removeElement(S("z")); }, false,
+         R"(["a"])"},
+        {"set default", R"(["1"])", [&](auto& p) { return p.setDefaultElement(digits); }, true,
+         R"(["1"])"},
+        {"set default refused", R"(["a"])", [&](auto& p) { return p.setDefaultElement(digits); },
+         false, R"(["a"])"},
+    };
+    for (const bool denied : {false, true}) {
+        for (const ArrayRow& row : rows) {
+            const std::string name = std::string(row.name) + (denied ? ", owner denies" : "");
+            TestObject owner;
+            PropertyStringArray property("tags", &owner, PropertyStringArray::property_value());
+            ASSERT_TRUE(property.setValueFromString(row.before)) << name;
+            const std::string before = property.getPropertyValue().toString();
+            PropertyStringArray::property_value after;
+            ASSERT_TRUE(after.setValueFromString(denied ? row.before : row.after)) << name;
+            if (denied) owner.denyWrite("tags");
+            EventLog<PropertyStringArray> log(property);
+
+            const bool accepted = row.accepted && !denied;
+            EXPECT_EQ(accepted, row.operation(property)) << name;
+            EXPECT_EQ(after.toString(), property.getPropertyValue().toString()) << name;
+            EXPECT_EQ(accepted ? (Texts{"ValueChanged", "Updated"}) : Texts(), log.order) << name;
+            EXPECT_EQ(accepted ? Texts{before} : Texts(), log.typedOld) << name;
+            EXPECT_EQ(log.typedOld, log.genericOld) << name;
+        }
+    }
+    const PropertyServiceCategoryArray categories("c", nullptr, {});
+    const PropertyVersionArray versions("v", nullptr, {});
+    EXPECT_TRUE(categories.isArray() && versions.isArray());
+    EXPECT_FALSE(categories.isReference());
+    PropertyString text("t", nullptr, S("x"));
+    EXPECT_FALSE(text.isArray());
+    EXPECT_FALSE(text.clear()) << "a plain property has no empty state";
 }
 
 }  // namespace
