@@ -12,6 +12,7 @@
 
 #include "Data/AbstractResource.h"
 #include "Data/Element.h"
+#include "Data/ElementContainer.h"
 #include "Data/OptionalProperty.h"
 #include "Data/Service.h"
 
@@ -28,6 +29,19 @@ public:
         : AbstractResource(service, name, name, PropertyValueUuid()) {
         init();
     }
+};
+
+// A container of elements of kind E under `name`, which it also takes as its type name.
+template <class E>
+class TestContainer : public Data::ElementContainer<E> {
+public:
+    TestContainer(Data::Service& service, const std::string& name)
+        : Data::ElementContainer<E>(service, name, name, PropertyValueUuid()) {
+        this->init();
+    }
+    // Elements go before the container's own members, so no delivery reaches a half-destroyed
+    // container.
+    ~TestContainer() override { this->clear(); }
 };
 
 // An element with plain, array and optional properties. Clients may write the keys in
@@ -96,9 +110,8 @@ public:
 
     // True once at least `count` deliveries arrived, false after the timeout.
     bool waitFor(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        return waitUntil([count](const std::vector<Payload>& payloads) {
-            return payloads.size() >= count;
-        }, timeout);
+        return waitUntil([count](const std::vector<Payload>& all) { return all.size() >= count; },
+                         timeout);
     }
 
     // True once `done` holds for the deliveries so far, false after the timeout.
