@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTYBASE_H
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYBASE_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -95,6 +96,11 @@ public:
     /// Registers at the parent under this key; does nothing without parent.
     void registerAtOwner();
 
+    /// How many times, process-wide, a property has been given an owner after it had one
+    /// (moved between objects, or detached and attached again). Indexes compare it with what
+    /// they saw last to learn cheaply whether a filed property may have changed hands.
+    static std::uint64_t getOwnerMoves();
+
 protected:
     /// Raises Destroyed the first time it is called. Derived destructors call it while their
     /// value still exists, so subscribers may read it.
@@ -103,6 +109,7 @@ protected:
 private:
     const PropertyKey m_key;
     Object* m_parent;  // not owned
+    bool m_hadParent;
     bool m_destroyedRaised = false;
 };
 

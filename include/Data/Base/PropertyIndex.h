@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTYINDEX_H
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYINDEX_H
 
+#include <cstdint>
 #include <iterator>
 #include <map>
 #include <string>
@@ -33,26 +34,22 @@ public:
     virtual ~PropertyIndexBase() = default;
 
     /// Files `property` under its current value; false for a null property, one without
-    /// parent, another key (compared exactly), another value type, or an object filed already.
+    /// parent, another key (compared exactly), another value type, an object filed already, or
+    /// a property the index still holds.
     virtual bool insert(PropertyBase* property) = 0;
-    /// Drops the entry of `object`; false if it has none.
+    /// Drops an entry of `object`'s property; false if `object` is not filed or no entry is
+    /// found (see PropertyIndex::remove for which entry goes).
     virtual bool remove(Object* object) = 0;
-    /// Every filed object, in ascending value order (equal values in filing order).
+    /// The owner of every entry, in ascending value order (equal values in filing order).
     virtual std::vector<Object*> get() const = 0;
     /// The property filed for `object`, or null.
     virtual PropertyBase* find(Object* object) const = 0;
-    /// Objects whose value equals `text` parsed as the filed values' kind; none when the index
-    /// is empty or the text does not parse.
+    /// Owners of the entries whose value equals `text` parsed as the filed values' kind; none
+    /// when the index is empty or the text does not parse.
     virtual std::vector<Object*> find(const std::string& text) const = 0;
-    /// Objects whose value's text form `re` matches as a whole, in value order.
+    /// Owners of the entries whose value's text form `re` matches as a whole, in value order.
+    /// Given a PrefixRegularExpression, an index ordered by text answers with a range.
     virtual std::vector<Object*> find(const Poco::RegularExpression& re) const = 0;
-    /// Whether findByPrefix may stand in for a trailing-wildcard expression: true where the
-    /// values' order is the byte order of their texts.
-    virtual bool isOrderedByText() const { return false; }
-    /// What find(re) answers for re = "^" + prefix + ".*$" (prefix free of pattern syntax):
-    /// the values starting with `prefix` whose rest holds no line break, in value order.
-    /// REQUIRES: isOrderedByText().
-    virtual std::vector<Object*> findByPrefix(const std::string& prefix) const;
 
     /// The key given at construction.
     const PropertyKey& getKey() const { return m_key; }
@@ -60,6 +57,34 @@ public:
 protected:
     /// The key of the properties the index files.
     const PropertyKey m_key;
+};
+
+/// The expression of a query text whose one wildcard is trailing: "^" + prefix + ".*$", the
+/// texts that begin with `prefix` and hold no line break after it. It is an ordinary compiled
+/// expression (studied, no options) and matches exactly that; it also tells an index ordered by
+/// text its literal prefix, so the index can answer with a range instead of a scan. The
+/// expression class has no virtual functions, so indexes recognise it by a registry of the live
+/// ones (PrefixRegularExpression::of), which any thread may use.
+class PrefixRegularExpression : public Poco::RegularExpression {
+public:
+    /// Throws Poco::InvalidArgumentException when `prefix` holds expression syntax
+    /// (\\ ^ $ . | ? * + ( ) [ ] { }) or a NUL, where the pattern would not mean the literal
+    /// prefix.
+    explicit PrefixRegularExpression(const std::string& prefix);
+    PrefixRegularExpression(const PrefixRegularExpression&) = delete;
+    PrefixRegularExpression& operator=(const PrefixRegularExpression&) = delete;
+    ~PrefixRegularExpression();
+
+    /// Whether `text` can be the prefix of a PrefixRegularExpression.
+    static bool isLiteral(const std::string& text);
+    /// The PrefixRegularExpression that `re` is, or null for any other expression.
+    static const PrefixRegularExpression* of(const Poco::RegularExpression& re);
+
+    /// The literal prefix.
+    const std::string& getPrefix() const { return m_prefix; }
+
+private:
+    const std::string m_prefix;
 };
 
 /// An index, shared: a PropertyIndexUser's map and property factories (createIndex) hand
@@ -95,12 +120,32 @@ struct PropertyIndexKeyLess<V, true> {
 
 /// The index of the properties of type TProperty (a Property<V>) filed under key m_key.
 ///
-/// Each object is filed once, under a copy of its property's value at filing time, and moves
-/// when the property raises ValueChanged. Entries are keyed by the object the property belonged
-/// to when it was filed. The position of every entry is kept, so re-filing and removal cost a
-/// logarithmic lookup however many objects share a value; where a kept position no longer lies
-/// among the entries of the property's current value, the linear walk over those entries
-/// decides as it always has (including remove's fall-back to the entry after that range).
+/// Each property is filed for the object that owns it when it is filed, under a copy of its
+/// value at that time, and moves when the property raises ValueChanged. Which entry an
+/// operation touches is decided by a walk over the entries of one value, taking the first whose
+/// property's current owner is the object in question:
+/// - remove(object) walks the entries of the current value of the property filed for
+///   `object`, looking for that property's current owner. When none of them belongs to it and
+///   the range is not at the end of the index, the entry just after the range goes instead:
+///   that entry is dropped and its property's events unregistered, while the key of the
+///   property's owner leaves the object map. This can only happen to an object filed under a
+///   value its property no longer has (its ValueChanged disabled while the value changed). The
+///   consequence is kept on purpose: the object stays listed by get() and found under its
+///   stale value, the other object is no longer found by value but is still filed (find(Object*)
+///   answers its property, a second insert for it is refused, remove(it) walks again).
+/// - ValueChanged re-files the first entry of the old value whose property belongs to the
+///   changed property's owner, whichever property that entry holds.
+/// Where one owner holds two entries (a filed property moved with setParent onto another filed
+/// object), both therefore act on the first of them.
+///
+/// Each entry's position is kept, so re-filing and removal cost a logarithmic lookup however
+/// many objects share a value. The kept position stands in for the walk only where it is the
+/// same answer: while every filed property has exactly one entry, is filed under its owner and
+/// has not moved to another (PropertyBase::getOwnerMoves tells when one may have). Otherwise
+/// the walk decides.
+///
+/// Whatever the walk leaves behind, the index keeps watching the Destroyed event of every
+/// property it still points at, so a destroyed property never stays in it.
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
 public:
@@ -116,8 +161,9 @@ public:
     typedef typename property_type::ValueChangedEventPayload ValueChangedEventPayload;
 
     /// An empty index for the properties under `key`.
-    explicit PropertyIndex(const PropertyKey& key) : PropertyIndexBase(key) {}
-    /// Unsubscribes from every filed property.
+    explicit PropertyIndex(const PropertyKey& key)
+        : PropertyIndexBase(key), m_movesSeen(PropertyBase::getOwnerMoves()) {}
+    /// Unsubscribes from every property it holds.
     ~PropertyIndex() override { clear(); }
 
     bool insert(PropertyBase* property) override;
@@ -128,54 +174,81 @@ public:
     bool remove(const property_ptr& property);
     /// remove(Object*) for the property's current parent.
     bool remove(const property_type& property);
-    /// Unfiles everything and unsubscribes from every filed property.
+    /// Unfiles everything and unsubscribes from every property it holds.
     void clear();
 
     std::vector<Object*> get() const override;
     /// The property filed for `object`, typed, or null.
     property_ptr get(Object* object) const;
     PropertyBase* find(Object* object) const override { return get(object); }
-    /// Objects whose filed value equals `value` by the index's ordering, in filing order.
+    /// Owners of the entries whose value equals `value` by the index's ordering, in filing
+    /// order.
     std::vector<Object*> find(const key_type& value) const;
     std::vector<Object*> find(const std::string& text) const override;
     std::vector<Object*> find(const Poco::RegularExpression& re) const override;
-    bool isOrderedByText() const override { return IS_TEXT; }
-    std::vector<Object*> findByPrefix(const std::string& prefix) const override;
 
     /// Subscribes the index's handlers to `property`'s Destroyed and ValueChanged events.
     void registerPropertyEvents(property_type* property);
     /// Removes the subscriptions registerPropertyEvents made.
     void unregisterPropertyEvents(property_type* property);
-    /// Destroyed: drops the property's entry.
+    /// Destroyed: drops the property's object, then anything else that still holds the property.
     void onPropertyRemoved(const void* sender, PropertyEventPayload& payload);
-    /// ValueChanged: re-files the property's object under the new value.
+    /// ValueChanged: re-files an entry of the property's owner under the new value.
     void onPropertyDataChanged(const void* sender, ValueChangedEventPayload& payload);
 
 private:
     static constexpr bool IS_TEXT = std::is_base_of_v<PropertyValue<std::string>, key_type>;
     typedef typename value_map::iterator position;
 
-    // Where an object is filed: its property and its entry in m_index (end() if none).
+    // What the index holds of one property. A filing lives while the property's events are
+    // registered (`observed`) or the property is referenced by an entry or the object map;
+    // while it lives, the index watches the property's Destroyed event.
     struct Filing {
         property_ptr property;
-        position entry;
+        Object* key;         // the object m_objectMap files it under, or null
+        position entry;      // its one entry, when `located`
+        unsigned entries;    // how many entries of m_index hold it
+        bool located;
+        bool observed;
     };
+    typedef std::map<const PropertyBase*, Filing> filing_map;
+    typedef typename filing_map::iterator filing_ptr;
 
     static Object* ownerOf(position entry) { return entry->second->getParent(); }
+    static bool isRegular(const Filing& filing) {
+        return filing.observed && filing.key != nullptr && filing.entries == 1 && filing.located;
+    }
     bool inRangeOf(position entry, const key_type& value) const;
+    // Whether no two entries can share an owner, so a kept position is what the walk finds.
+    bool ownersAreDistinct() const;
+    // Whether `filing`'s kept position is the entry the walk over `value`'s entries finds for
+    // `owner`.
+    bool isKeptAnswer(const Filing& filing, const Object* owner, const key_type& value) const;
     // The first entry of `range` whose property belongs to `owner`, or the end of the range.
     static position walk(const Object* owner, std::pair<position, position> range);
+    std::vector<Object*> findPrefix(const std::string& prefix) const;
     static std::vector<Object*> owners(typename value_map::const_iterator first,
                                        typename value_map::const_iterator last);
-    // Forgets the entry at `entry` and whichever filing points at it.
-    void eraseEntry(position entry);
-    // Drops whatever filing holds `property`; false if none does.
-    bool dropProperty(const PropertyBase* property);
+
+    filing_ptr filingOf(position entry) { return m_filings.find(entry->second); }
+    void addEntry(filing_ptr filing);
+    void eraseEntry(filing_ptr filing, position entry);
+    void unfile(filing_ptr filing);
+    void unobserve(filing_ptr filing);
+    // Ends a filing that is neither observed nor referenced any longer.
+    void release(filing_ptr filing);
+    // Drops every trace of the property of `filing`: its entries, its object, its events.
+    void forget(filing_ptr filing);
+    void erase(filing_ptr filing);
 
     value_map m_index;
-    std::map<Object*, Filing> m_objectMap;
-    // The object each filed property was filed for; finds a property that lost its parent.
-    std::map<const PropertyBase*, Object*> m_filedFor;
+    std::map<Object*, filing_ptr> m_objectMap;
+    filing_map m_filings;
+    std::size_t m_irregular = 0;  // filings that are not isRegular
+    // What ownersAreDistinct saw: the owner-move count and how many filings had moved then.
+    mutable std::uint64_t m_movesSeen;
+    mutable std::size_t m_moved = 0;
+    mutable bool m_movedStale = false;
 };
 
 template <class TProperty>
@@ -192,12 +265,11 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
     if (property == nullptr || property->getParent() == nullptr) return false;
     if (property->getKey() != m_key) return false;
     Object* owner = property->getParent();
-    const auto known = m_objectMap.find(owner);
-    if (known != m_objectMap.end() && known->second.property != nullptr) return false;
-    if (m_filedFor.count(property) != 0) return false;
+    if (m_objectMap.count(owner) != 0 || m_filings.count(property) != 0) return false;
     const position entry = m_index.emplace(property->getPropertyValue(), property);
-    m_objectMap[owner] = Filing{property, entry};
-    m_filedFor[property] = owner;
+    const filing_ptr filing =
+        m_filings.emplace(property, Filing{property, owner, entry, 1, true, true}).first;
+    m_objectMap.emplace(owner, filing);
     registerPropertyEvents(property);
     return true;
 }
@@ -209,6 +281,22 @@ bool PropertyIndex<TProperty>::inRangeOf(position entry, const key_type& value) 
 }
 
 template <class TProperty>
+bool PropertyIndex<TProperty>::ownersAreDistinct() const {
+    if (m_irregular != 0) return false;
+    const std::uint64_t moves = PropertyBase::getOwnerMoves();
+    if (moves != m_movesSeen || m_movedStale) {
+        m_movesSeen = moves;
+        m_movedStale = false;
+        m_moved = 0;
+        for (const auto& held : m_filings) {
+            const Object* owner = held.second.property->getParent();
+            if (owner != nullptr && owner != held.second.key) ++m_moved;
+        }
+    }
+    return m_moved == 0;
+}
+
+template <class TProperty>
 typename PropertyIndex<TProperty>::position PropertyIndex<TProperty>::walk(
     const Object* owner, std::pair<position, position> range) {
     position entry = range.first;
@@ -217,33 +305,37 @@ typename PropertyIndex<TProperty>::position PropertyIndex<TProperty>::walk(
 }
 
 template <class TProperty>
+bool PropertyIndex<TProperty>::isKeptAnswer(const Filing& filing, const Object* owner,
+                                            const key_type& value) const {
+    return owner != nullptr && filing.located && inRangeOf(filing.entry, value) &&
+           ownerOf(filing.entry) == owner && ownersAreDistinct();
+}
+
+template <class TProperty>
 bool PropertyIndex<TProperty>::remove(Object* object) {
-    const auto filing = m_objectMap.find(object);
-    if (filing == m_objectMap.end() || filing->second.property == nullptr) return false;
-    property_ptr property = filing->second.property;
+    const auto filed = m_objectMap.find(object);
+    if (filed == m_objectMap.end()) return false;
+    const Filing& filing = filed->second->second;
+    property_ptr property = filing.property;
     if (property->getKey() != m_key) return false;
     const key_type& value = property->getPropertyValue();
-    const Object* owner = property->getParent();
-    position entry = filing->second.entry;
-    if (!inRangeOf(entry, value) || ownerOf(entry) != owner) {
+    Object* owner = property->getParent();
+    position entry = filing.entry;
+    if (!isKeptAnswer(filing, owner, value)) {
         const auto range = m_index.equal_range(value);
         if (range.first == range.second) return false;
-        // Past a range without the object's entry this takes the entry after the range: the
-        // long-standing answer, kept so results do not change.
+        // Past a range without the object's entry, the entry after the range is the one taken.
         entry = walk(owner, range);
+        if (entry == m_index.end()) return false;
     }
-    if (entry == m_index.end()) return false;
-    const position own = filing->second.entry;
-    unregisterPropertyEvents(entry->second);
-    m_filedFor.erase(property);
-    m_objectMap.erase(filing);
-    if (entry->second != property) {
-        // The fall-back took another filing's entry; the object's own entry, filed under a
-        // value its property no longer has, must not outlive the filing either.
-        unregisterPropertyEvents(property);
-        m_index.erase(own);
-    }
-    eraseEntry(entry);
+    const filing_ptr taken = filingOf(entry);
+    unobserve(taken);
+    const auto ownerFiled = m_objectMap.find(owner);
+    const filing_ptr keyed = ownerFiled == m_objectMap.end() ? m_filings.end() : ownerFiled->second;
+    if (keyed != m_filings.end()) unfile(keyed);
+    eraseEntry(taken, entry);
+    if (keyed != m_filings.end() && keyed != taken) release(keyed);
+    release(taken);
     return true;
 }
 
@@ -258,37 +350,89 @@ bool PropertyIndex<TProperty>::remove(const property_type& property) {
 }
 
 template <class TProperty>
-void PropertyIndex<TProperty>::eraseEntry(position entry) {
-    const auto other = m_filedFor.find(entry->second);
-    if (other != m_filedFor.end()) {
-        // The entry belonged to another filing (remove's fall-back): its property is no longer
-        // observed, so the index must forget it entirely.
-        unregisterPropertyEvents(entry->second);
-        m_objectMap.erase(other->second);
-        m_filedFor.erase(other);
-    }
-    m_index.erase(entry);
+void PropertyIndex<TProperty>::addEntry(filing_ptr filing) {
+    Filing& held = filing->second;
+    if (!isRegular(held)) --m_irregular;
+    const position entry = m_index.emplace(held.property->getPropertyValue(), held.property);
+    held.located = ++held.entries == 1;
+    held.entry = entry;
+    if (!isRegular(held)) ++m_irregular;
 }
 
 template <class TProperty>
-bool PropertyIndex<TProperty>::dropProperty(const PropertyBase* property) {
-    const auto filed = m_filedFor.find(property);
-    if (filed == m_filedFor.end()) return false;
-    const auto filing = m_objectMap.find(filed->second);
-    property_ptr typed = filing->second.property;
-    unregisterPropertyEvents(typed);
-    if (filing->second.entry != m_index.end()) m_index.erase(filing->second.entry);
-    m_objectMap.erase(filing);
-    m_filedFor.erase(filed);
-    return true;
+void PropertyIndex<TProperty>::eraseEntry(filing_ptr filing, position entry) {
+    Filing& held = filing->second;
+    if (!isRegular(held)) --m_irregular;
+    if (held.located && held.entry == entry) held.located = false;
+    --held.entries;
+    m_index.erase(entry);
+    if (!isRegular(held)) ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::unfile(filing_ptr filing) {
+    Filing& held = filing->second;
+    if (!isRegular(held)) --m_irregular;
+    m_objectMap.erase(held.key);
+    held.key = nullptr;
+    ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::unobserve(filing_ptr filing) {
+    Filing& held = filing->second;
+    if (!held.observed) return;
+    if (!isRegular(held)) --m_irregular;
+    held.property->ValueChanged -= Poco::delegate(this, &PropertyIndex::onPropertyDataChanged);
+    held.observed = false;
+    ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::release(filing_ptr filing) {
+    const Filing& held = filing->second;
+    if (!held.observed && held.key == nullptr && held.entries == 0) erase(filing);
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::erase(filing_ptr filing) {
+    Filing& held = filing->second;
+    if (held.observed) {
+        unregisterPropertyEvents(held.property);
+    } else {
+        held.property->Destroyed -= Poco::delegate(this, &PropertyIndex::onPropertyRemoved);
+    }
+    if (!isRegular(held)) --m_irregular;
+    if (m_moved != 0) m_movedStale = true;
+    m_filings.erase(filing);
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::forget(filing_ptr filing) {
+    Filing& held = filing->second;
+    if (held.key != nullptr) unfile(filing);
+    if (held.located && held.entries == 1) {
+        eraseEntry(filing, held.entry);
+    }
+    for (auto entry = m_index.begin(); held.entries != 0 && entry != m_index.end();) {
+        const position next = std::next(entry);
+        if (entry->second == held.property) eraseEntry(filing, entry);
+        entry = next;
+    }
+    erase(filing);
 }
 
 template <class TProperty>
 void PropertyIndex<TProperty>::clear() {
-    for (auto& filing : m_objectMap) unregisterPropertyEvents(filing.second.property);
+    for (auto held = m_filings.begin(); held != m_filings.end(); held = m_filings.begin()) {
+        erase(held);
+    }
     m_index.clear();
     m_objectMap.clear();
-    m_filedFor.clear();
+    m_filings.clear();
+    m_irregular = 0;
+    m_moved = 0;
+    m_movedStale = false;
 }
 
 template <class TProperty>
@@ -310,8 +454,8 @@ std::vector<Object*> PropertyIndex<TProperty>::get() const {
 template <class TProperty>
 typename PropertyIndex<TProperty>::property_ptr PropertyIndex<TProperty>::get(
     Object* object) const {
-    const auto filing = m_objectMap.find(object);
-    return filing == m_objectMap.end() ? nullptr : filing->second.property;
+    const auto filed = m_objectMap.find(object);
+    return filed == m_objectMap.end() ? nullptr : filed->second->second.property;
 }
 
 template <class TProperty>
@@ -339,10 +483,17 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const std::string& text) con
 template <class TProperty>
 std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpression& re) const {
     std::vector<Object*> result;
-    for (const auto& entry : m_index) {
-        if constexpr (IS_TEXT) {
-            if (re.match(entry.first.key_type::getValue(), 0)) result.push_back(entry.second->getParent());
-        } else {
+    if constexpr (IS_TEXT) {
+        if (const PrefixRegularExpression* prefixed = PrefixRegularExpression::of(re)) {
+            return findPrefix(prefixed->getPrefix());
+        }
+        for (const auto& entry : m_index) {
+            if (re.match(entry.first.key_type::getValue(), 0)) {
+                result.push_back(entry.second->getParent());
+            }
+        }
+    } else {
+        for (const auto& entry : m_index) {
             if (re.match(entry.first.toString(), 0)) result.push_back(entry.second->getParent());
         }
     }
@@ -350,9 +501,9 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
 }
 
 template <class TProperty>
-std::vector<Object*> PropertyIndex<TProperty>::findByPrefix(const std::string& prefix) const {
+std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const std::string& prefix) const {
+    std::vector<Object*> result;
     if constexpr (IS_TEXT) {
-        std::vector<Object*> result;
         for (auto entry = m_index.lower_bound(prefix); entry != m_index.end(); ++entry) {
             const std::string& text = entry->first.key_type::getValue();
             if (text.compare(0, prefix.size(), prefix) != 0) break;
@@ -361,10 +512,8 @@ std::vector<Object*> PropertyIndex<TProperty>::findByPrefix(const std::string& p
                 result.push_back(entry->second->getParent());
             }
         }
-        return result;
-    } else {
-        return PropertyIndexBase::findByPrefix(prefix);
     }
+    return result;
 }
 
 template <class TProperty>
@@ -382,43 +531,44 @@ void PropertyIndex<TProperty>::unregisterPropertyEvents(property_type* property)
 template <class TProperty>
 void PropertyIndex<TProperty>::onPropertyRemoved(const void*, PropertyEventPayload& payload) {
     const PropertyBase* source = payload.getSourceProperty();
-    Object* parent = source->getParent();
-    if (parent == nullptr) {
-        QES_LOG_WARNING("ProperyIndex: Received event from a property with key "
-                        << m_key << " but without parent");
-        // The property is going away all the same: no entry may keep pointing at it.
-        dropProperty(source);
-        return;
+    filing_ptr filing = m_filings.find(source);
+    if (filing == m_filings.end()) return;
+    if (filing->second.observed) {
+        Object* parent = source->getParent();
+        if (parent == nullptr) {
+            QES_LOG_WARNING("ProperyIndex: Received event from a property with key "
+                            << m_key << " but without parent");
+        } else if (remove(parent)) {
+            QES_LOG_DEBUG("ProperyIndex: property " << m_key << " from "
+                                                    << parent->getType().identifier
+                                                    << " has been removed");
+        } else {
+            QES_LOG_WARNING("ProperyIndex: Received event from unknown property "
+                            << m_key << " from " << parent->getType().identifier);
+        }
+        filing = m_filings.find(source);
     }
-    if (remove(parent)) {
-        QES_LOG_DEBUG("ProperyIndex: property " << m_key << " from " << parent->getType().identifier
-                                                << " has been removed");
-    } else {
-        QES_LOG_WARNING("ProperyIndex: Received event from unknown property "
-                        << m_key << " from " << parent->getType().identifier);
-    }
-    dropProperty(source);
+    // The property is going away all the same: nothing may keep pointing at it.
+    if (filing != m_filings.end()) forget(filing);
 }
 
 template <class TProperty>
 void PropertyIndex<TProperty>::onPropertyDataChanged(const void*,
                                                      ValueChangedEventPayload& payload) {
     property_ptr property = payload.concreteSource;
+    const filing_ptr filing = m_filings.find(property);
+    if (filing == m_filings.end()) return;
     const Object* owner = property->getParent();
-    const auto filed = m_filedFor.find(property);
-    if (filed == m_filedFor.end()) return;
-    Filing& filing = m_objectMap.find(filed->second)->second;
-    position entry = filing.entry;
-    if (!inRangeOf(entry, payload.oldValue) || ownerOf(entry) != owner) {
+    position entry = filing->second.entry;
+    if (!isKeptAnswer(filing->second, owner, payload.oldValue)) {
         const auto range = m_index.equal_range(payload.oldValue);
         entry = walk(owner, range);
         if (entry == range.second) return;
     }
-    // An entry of another property with the same owner (one that moved between objects) is
-    // not this property's to move.
-    if (entry->second != property) return;
-    m_index.erase(entry);
-    filing.entry = m_index.emplace(property->getPropertyValue(), property);
+    const filing_ptr taken = filingOf(entry);
+    eraseEntry(taken, entry);
+    addEntry(filing);
+    if (taken != filing) release(taken);
 }
 
 }  // namespace Kivo::Data::Base

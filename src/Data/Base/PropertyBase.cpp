@@ -1,10 +1,19 @@
 #include "Data/Base/PropertyBase.h"
 
+#include <atomic>
+
 #include <Poco/Exception.h>
 
 namespace Kivo::Data::Base {
 
-PropertyBase::PropertyBase(const PropertyKey& key, Object* parent) : m_key(key), m_parent(parent) {
+namespace {
+
+std::atomic<std::uint64_t> g_ownerMoves{0};
+
+}  // namespace
+
+PropertyBase::PropertyBase(const PropertyKey& key, Object* parent)
+    : m_key(key), m_parent(parent), m_hadParent(parent != nullptr) {
     if (m_key.empty()) {
         throw Poco::AssertionViolationException("Properties must not have an empty key");
     }
@@ -26,6 +35,12 @@ void PropertyBase::notifyDestroyed() {
 
 void PropertyBase::setParent(Object* parent) {
     if (parent == m_parent) return;
+    if (parent != nullptr) {
+        // Counted before the new owner is visible, so an index that sees the owner also sees
+        // the count change.
+        if (m_hadParent) g_ownerMoves.fetch_add(1, std::memory_order_relaxed);
+        m_hadParent = true;
+    }
     m_parent = parent;
     PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_OWNER_CHANGED);
     Updated.notify(this, payload);
@@ -53,6 +68,10 @@ void PropertyBase::writeUnlock() const {
 
 Kivo::RecursiveRWLockPtr PropertyBase::getLock() const {
     return m_parent != nullptr ? m_parent->getLock() : Kivo::RecursiveRWLockPtr();
+}
+
+std::uint64_t PropertyBase::getOwnerMoves() {
+    return g_ownerMoves.load(std::memory_order_relaxed);
 }
 
 void PropertyBase::registerAtOwner() {

@@ -1,14 +1,62 @@
 #include "Data/Base/PropertyIndex.h"
 
-#include <Poco/Bugcheck.h>
+#include <algorithm>
+#include <mutex>
+
+#include <Poco/Exception.h>
 
 #include "Data/Base/Property.h"
 
 namespace Kivo::Data::Base {
 
-std::vector<Object*> PropertyIndexBase::findByPrefix(const std::string&) const {
-    poco_bugcheck_msg("findByPrefix needs an index whose values are ordered by their text");
-    return {};
+namespace {
+
+// The live prefix expressions, by address: Poco's expression class cannot be asked what it is.
+// Never destroyed, so an expression may still go away during static destruction.
+struct PrefixRegistry {
+    std::mutex mutex;
+    std::vector<const PrefixRegularExpression*> live;
+};
+
+PrefixRegistry& prefixRegistry() {
+    static PrefixRegistry* registry = new PrefixRegistry;
+    return *registry;
+}
+
+std::string prefixPattern(const std::string& prefix) {
+    if (!PrefixRegularExpression::isLiteral(prefix)) {
+        throw Poco::InvalidArgumentException("A prefix expression needs a literal prefix", prefix);
+    }
+    return "^" + prefix + ".*$";
+}
+
+}  // namespace
+
+bool PrefixRegularExpression::isLiteral(const std::string& text) {
+    return text.find_first_of("\\^$.|?*+()[]{}") == std::string::npos &&
+           text.find('\0') == std::string::npos;
+}
+
+PrefixRegularExpression::PrefixRegularExpression(const std::string& prefix)
+    : Poco::RegularExpression(prefixPattern(prefix), 0, true), m_prefix(prefix) {
+    PrefixRegistry& registry = prefixRegistry();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    registry.live.push_back(this);
+}
+
+PrefixRegularExpression::~PrefixRegularExpression() {
+    PrefixRegistry& registry = prefixRegistry();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    registry.live.erase(std::find(registry.live.begin(), registry.live.end(), this));
+}
+
+const PrefixRegularExpression* PrefixRegularExpression::of(const Poco::RegularExpression& re) {
+    PrefixRegistry& registry = prefixRegistry();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    for (const PrefixRegularExpression* live : registry.live) {
+        if (static_cast<const Poco::RegularExpression*>(live) == &re) return live;
+    }
+    return nullptr;
 }
 
 template class PropertyIndex<Property<PropertyValueNumberBase<long>>>;

@@ -1,5 +1,6 @@
 #include "Data/Base/PropertyIndexQuery.h"
 
+#include <algorithm>
 #include <memory>
 
 #include <Poco/Exception.h>
@@ -13,19 +14,15 @@ const std::string QUERY_WILDCARD_REGEX = ".*";
 
 namespace {
 
-// The literal prefix of a text whose only wildcard is a trailing "%", if it has no pattern
-// syntax: such a search is a range over an index ordered by text. The expression library
-// compiles a pattern only up to its first NUL, so a text holding one is left to the
-// expression, whose answer the range would not give.
-bool isPlainPrefix(const std::string& text) {
-    return !text.empty() && text.find('%') == text.size() - 1 &&
-           text.find_first_of("\\^$.|?*+()[]{}") == std::string::npos &&
-           text.find('\0') == std::string::npos;
-}
-
-std::unique_ptr<Poco::RegularExpression> compile(const IndexTextQueryBase& query,
-                                                 const std::string& text) {
-    return std::make_unique<Poco::RegularExpression>(query.createRegEx(text), 0, true);
+// A text whose one wildcard is trailing and whose prefix is literal compiles to the same
+// expression as a PrefixRegularExpression, which lets a text index answer with a range.
+std::shared_ptr<const Poco::RegularExpression> compile(const IndexTextQueryBase& query,
+                                                       const std::string& text) {
+    const std::string prefix = text.substr(0, text.size() - 1);
+    if (text.find('%') == prefix.size() && PrefixRegularExpression::isLiteral(prefix)) {
+        return std::make_shared<const PrefixRegularExpression>(prefix);
+    }
+    return std::make_shared<const Poco::RegularExpression>(query.createRegEx(text), 0, true);
 }
 
 }  // namespace
@@ -44,15 +41,8 @@ bool IndexTextQueryBase::hasWildcard(const std::string& text) {
 void IndexTextQueryBase::collect(const PropertyIndexBase& index, const std::string& text,
                                  const Poco::RegularExpression* re, std::set<Object*>& seen,
                                  std::vector<Object*>& result) {
-    std::vector<Object*> found;
-    if (re == nullptr) {
-        found = index.find(text);
-    } else if (isPlainPrefix(text) && index.isOrderedByText()) {
-        found = index.findByPrefix(text.substr(0, text.size() - 1));
-    } else {
-        found = index.find(*re);
-    }
-    for (Object* object : found) {
+    // An index may hold two entries of one object (a property moved onto a filed object).
+    for (Object* object : re == nullptr ? index.find(text) : index.find(*re)) {
         if (seen.insert(object).second) result.push_back(object);
     }
 }
@@ -77,11 +67,16 @@ std::vector<Object*> IndexGenericValueQuery::operator()(
     std::vector<Object*> result;
     const auto entry = indexes.find(key);
     if (entry == indexes.end() || entry->second.isNull()) return result;
-    if (values.size() == 1 && !hasWildcard(*values.begin())) {
-        // One exact text in one index: its objects are distinct already.
-        return entry->second->find(*values.begin());
-    }
     std::set<Object*> seen;
+    if (values.size() == 1 && !hasWildcard(*values.begin())) {
+        // The common single exact text: a set is needed only where there are two to compare.
+        result = entry->second->find(*values.begin());
+        if (result.size() < 2) return result;
+        result.erase(std::remove_if(result.begin(), result.end(),
+                                    [&seen](Object* object) { return !seen.insert(object).second; }),
+                     result.end());
+        return result;
+    }
     for (const std::string& text : values) {
         const auto re = hasWildcard(text) ? compile(*this, text) : nullptr;
         collect(*entry->second, text, re.get(), seen, result);

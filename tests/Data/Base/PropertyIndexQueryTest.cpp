@@ -106,6 +106,34 @@ TEST_F(PropertyIndexQueryTest, GenericValueQueries) {
     EXPECT_THROW(byName({"%("}), Poco::RegularExpressionException);
 }
 
+// Every wildcard text reaches the index through find(const RegularExpression&), so a subclass
+// that overrides it sees each one, prefix texts included.
+TEST_F(PropertyIndexQueryTest, WildcardTextsGoThroughFindByExpression) {
+    struct CountingIndex : PropertyIndex<PropertyString> {
+        using PropertyIndex::find;
+        using PropertyIndex::PropertyIndex;
+        std::vector<Object*> find(const Poco::RegularExpression& re) const override {
+            ++calls;
+            return PropertyIndex::find(re);
+        }
+        mutable int calls = 0;
+    };
+    auto* counting = new CountingIndex("name");
+    PropertyIndexReferenceMap indexes;
+    indexes["name"] = counting;
+    for (const auto& item : items) ASSERT_TRUE(counting->insert(&item->nameProperty));
+
+    IndexGenericValueQuery query;
+    query.key = "name";
+    query.values = {"a%", "%b", "ab"};
+    EXPECT_EQ(byName(query.values), ids(query(indexes)));
+    EXPECT_EQ(2, counting->calls);
+    IndexFreeTextQuery freeQuery;
+    freeQuery.values = {"x%"};
+    EXPECT_EQ((std::vector<std::string>{"i3"}), ids(freeQuery(indexes)));
+    EXPECT_EQ(3, counting->calls);
+}
+
 TEST_F(PropertyIndexQueryTest, WildcardTextHoldingNulFindsWhatItsExpressionMatches) {
     // Found with the query fuzz target. The expression library compiles "^ab\0.*$" only up to
     // the NUL, as "^ab", which matches the whole text "ab" alone; a search for the texts that

@@ -1,5 +1,6 @@
 #include "Data/Base/PropertyIndex.h"
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -155,7 +156,104 @@ TEST(PropertyIndex, EveryIndexableKindMakesItsIndex) {
     EXPECT_EQ(1u, arrays->find(std::string(R"(["map","media"])")).size()) << "moved on change";
 }
 
-// A range over the ordered index must answer exactly what the pattern scan answers.
+// Two entries of one owner: `a`'s filed property is moved onto `b`, which is filed too, under
+// the same value. Every operation then acts on the first of them, as the walk over the value's
+// entries does, not on the entry kept for the object.
+TEST(PropertyIndex, AnOwnerWithTwoEntriesIsWalked) {
+    Owned a("a", "v"), b("b", "v");
+    {
+        StringIndex index("key");
+        ASSERT_TRUE(index.insert(&a.property));
+        ASSERT_TRUE(index.insert(&b.property));
+        a.property.setParent(&b.object);
+        EXPECT_TRUE(index.remove(&b.object)) << "takes a's entry, the first one owned by b";
+        EXPECT_EQ(nullptr, index.find(&b.object));
+        EXPECT_EQ(&a.property, index.find(&a.object));
+        ASSERT_TRUE(b.property.setValue("x"));
+        EXPECT_EQ((std::vector<std::string>{"b"}), names(index.find(std::string("x"))))
+            << "b's property is still observed";
+        ASSERT_TRUE(a.property.setValue("w"));
+        EXPECT_TRUE(index.find(std::string("w")).empty()) << "a's property is not";
+        a.property.setParent(&a.object);
+        ASSERT_TRUE(a.property.setValue("v"));
+        ASSERT_TRUE(b.property.setValue("v"));
+    }
+    {
+        StringIndex index("key");
+        ASSERT_TRUE(index.insert(&a.property));
+        ASSERT_TRUE(index.insert(&b.property));
+        a.property.setParent(&b.object);
+        ASSERT_TRUE(b.property.setValue("y"));
+        EXPECT_EQ((std::vector<std::string>{"b"}), names(index.find(std::string("y"))));
+        a.property.setParent(&a.object);
+        EXPECT_EQ((std::vector<std::string>{"b"}), names(index.find(std::string("v"))))
+            << "b's change re-filed a's entry, so b's own stays under the old value";
+        IndexGenericValueQuery query;
+        query.key = "key";
+        query.values = {"v"};
+        PropertyIndexReferenceMap map;
+        map["key"] = new StringIndex("key");
+        auto& twice = static_cast<StringIndex&>(*map["key"]);
+        ASSERT_TRUE(twice.insert(&a.property));
+        ASSERT_TRUE(twice.insert(&b.property));
+        ASSERT_TRUE(b.property.setValue("v"));
+        a.property.setParent(&b.object);
+        EXPECT_EQ((std::vector<std::string>{"b", "b"}), names(twice.find(std::string("v"))));
+        EXPECT_EQ((std::vector<std::string>{"b"}), names(query(map)))
+            << "a query lists each object once";
+        query.values = {"v", "v%"};
+        EXPECT_EQ((std::vector<std::string>{"b"}), names(query(map)));
+        a.property.setParent(&a.object);
+    }
+}
+
+// An object filed under a value its property no longer has: removing it takes the entry after
+// the range of its current value, and the key of the object itself.
+TEST(PropertyIndex, RemovingAStaleObjectTakesTheEntryAfterItsRange) {
+    Owned a("a", "1"), b("b", "2"), c("c", "3");
+    StringIndex index("key");
+    for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
+    a.property.ValueChanged.disable();
+    ASSERT_TRUE(a.property.setValue("3"));
+    EXPECT_FALSE(index.remove(&a.object)) << "no entry after the range at the end";
+    ASSERT_TRUE(a.property.setValue("2"));
+    a.property.ValueChanged.enable();
+
+    EXPECT_TRUE(index.remove(&a.object));
+    EXPECT_EQ(nullptr, index.find(&a.object));
+    EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(index.get()))
+        << "a's stale entry stays, c's went";
+    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("1"))));
+    EXPECT_EQ(&c.property, index.find(&c.object)) << "c is still filed, without an entry";
+    EXPECT_FALSE(index.insert(&c.property));
+    ASSERT_TRUE(c.property.setValue("4"));
+    EXPECT_TRUE(index.find(std::string("4")).empty()) << "c's events were unregistered";
+}
+
+// Properties destroyed in the states the walks leave behind (an entry without object, an
+// object without entry, a property with two entries) leave nothing behind in the index.
+TEST(PropertyIndex, NothingDestroyedStaysFiled) {
+    StringIndex index("key");
+    Owned keep("keep", "2");
+    ASSERT_TRUE(index.insert(&keep.property));
+    {
+        Owned a("a", "1"), b("b", "2"), c("c", "3");
+        for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
+        a.property.ValueChanged.disable();
+        ASSERT_TRUE(a.property.setValue("2"));
+        a.property.ValueChanged.enable();
+        ASSERT_TRUE(index.remove(&a.object));
+        keep.property.setParent(&b.object);
+        ASSERT_TRUE(b.property.setValue("9")) << "re-files keep's entry, the first owned by b";
+        keep.property.setParent(&keep.object);
+        EXPECT_EQ((std::vector<std::string>{"a", "b", "b"}), names(index.get()));
+    }
+    EXPECT_TRUE(index.get().empty());
+    EXPECT_EQ(&keep.property, index.find(&keep.object));
+}
+
+// A prefix expression is answered by a range over the ordered index; it must find exactly what
+// the same pattern finds by a scan.
 TEST(PropertyIndex, PrefixRangeEqualsPatternScan) {
     std::mt19937 random(20261123);
     const std::string alphabet = "ab\n%.";
@@ -177,10 +275,14 @@ TEST(PropertyIndex, PrefixRangeEqualsPatternScan) {
         prefix.erase(std::remove_if(prefix.begin(), prefix.end(),
                                     [](char c) { return c == '%' || c == '.'; }),
                      prefix.end());
-        const Poco::RegularExpression re(query.createRegEx(prefix + "%"));
-        EXPECT_EQ(names(index.find(re)), names(index.findByPrefix(prefix)))
+        const PrefixRegularExpression range(prefix);
+        const Poco::RegularExpression scan(query.createRegEx(prefix + "%"), 0, true);
+        ASSERT_EQ(&range, PrefixRegularExpression::of(range));
+        ASSERT_EQ(nullptr, PrefixRegularExpression::of(scan));
+        EXPECT_EQ(names(index.find(scan)), names(index.find(range)))
             << "round " << round << " prefix '" << prefix << "'";
     }
+    EXPECT_THROW(PrefixRegularExpression("a.b"), Poco::InvalidArgumentException);
 }
 
 }  // namespace
