@@ -101,37 +101,6 @@ TEST(PropertyIndex, TextAndPatternLookups) {
         << "the pattern must cover the whole text";
 }
 
-TEST(PropertyIndex, DestructionDropsTheObject) {
-    ScopedLogCapture capture(Poco::Message::PRIO_DEBUG);
-    StringIndex index("key");
-    auto gone = std::make_unique<Owned>("gone", "v");
-    Owned stays("stays", "v");
-    ASSERT_TRUE(index.insert(&gone->property));
-    ASSERT_TRUE(index.insert(&stays.property));
-    gone.reset();
-    EXPECT_EQ((std::vector<std::string>{"stays"}), names(index.find(std::string("v"))));
-    EXPECT_EQ((std::vector<std::string>{"Debug: ProperyIndex: property key from gone has been removed"}),
-              capture.texts());
-}
-
-TEST(PropertyIndex, APropertyDestroyedAfterLosingItsParentLeavesNoEntry) {
-    ScopedLogCapture capture(Poco::Message::PRIO_WARNING);
-    StringIndex index("key");
-    Owned stays("stays", "v");
-    ASSERT_TRUE(index.insert(&stays.property));
-    {
-        // The object detaches its properties before they are destroyed, as an element does.
-        Owned gone("gone", "v");
-        ASSERT_TRUE(index.insert(&gone.property));
-        gone.object.unregisterAllProperties();
-    }
-    EXPECT_EQ((std::vector<std::string>{"stays"}), names(index.get()));
-    EXPECT_EQ((std::vector<std::string>{"stays"}), names(index.find(std::string("v"))));
-    EXPECT_EQ((std::vector<std::string>{"Warning: ProperyIndex: Received event from a property "
-                                        "with key key but without parent"}),
-              capture.texts());
-}
-
 TEST(PropertyIndex, EveryIndexableKindMakesItsIndex) {
     TestObject owner;
     PropertyBoolean flag("flag", &owner, PropertyValueBoolean(true));
@@ -230,12 +199,26 @@ TEST(PropertyIndex, RemovingAStaleObjectTakesTheEntryAfterItsRange) {
     EXPECT_TRUE(index.find(std::string("4")).empty()) << "c's events were unregistered";
 }
 
-// Properties destroyed in the states the walks leave behind (an entry without object, an
-// object without entry, a property with two entries) leave nothing behind in the index.
+// A destroyed property leaves nothing behind, whatever state it was in: filed normally,
+// detached from its object first (as an element does), or in the states the walks leave (an
+// entry without object, an object without entry, a property with two entries).
 TEST(PropertyIndex, NothingDestroyedStaysFiled) {
+    ScopedLogCapture capture(Poco::Message::PRIO_DEBUG);
     StringIndex index("key");
     Owned keep("keep", "2");
     ASSERT_TRUE(index.insert(&keep.property));
+    {
+        Owned gone("gone", "2"), detached("detached", "2");
+        ASSERT_TRUE(index.insert(&gone.property));
+        ASSERT_TRUE(index.insert(&detached.property));
+        detached.object.unregisterAllProperties();
+    }
+    EXPECT_EQ((std::vector<std::string>{
+                  "Warning: ProperyIndex: Received event from a property with key key but "
+                  "without parent",
+                  "Debug: ProperyIndex: property key from gone has been removed"}),
+              capture.texts());
+    EXPECT_EQ((std::vector<std::string>{"keep"}), names(index.find(std::string("2"))));
     {
         Owned a("a", "1"), b("b", "2"), c("c", "3");
         for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
