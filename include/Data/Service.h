@@ -31,12 +31,14 @@ namespace Kivo::Data {
 /// LocalReferenceResolver, which holds every registered resource under its URI, so resolve()
 /// finds the elements of the service's resources. Further resolvers (other services) may be
 /// appended with addReferenceResolver. A resource's entry follows its URI when
-/// initResourceFromJSON changes it. Resolution takes no lock of the service: resolve under the
-/// tree's read lock while other threads may register, unregister or initialise resources.
+/// initResourceFromJSON changes it, and stays when that initialisation fails or throws.
+/// Resolution takes no lock of the service: resolve under the tree's read lock while other
+/// threads may register, unregister or initialise resources.
 ///
-/// Initialisation from JSON reports failure as false with one error line; nothing is thrown
-/// for bad input except by initFromJSON, which logs and rethrows what the JSON or value
-/// libraries throw.
+/// Initialisation from JSON reports failure as false with one error line. What the JSON or
+/// value libraries throw (a member that cannot be read as text) passes through: initFromJSON
+/// logs and rethrows it, initResourceFromJSON passes it on, and the array forms log it and
+/// answer false.
 class Service : public XObject, public IContainerObject, public CombinedReferenceResolver {
 public:
     /// Resource name to resource; the resources are not owned.
@@ -106,9 +108,9 @@ public:
     /// to the service's local resolver (where the first resource with a given URI stays). False,
     /// with an error line, when the name is taken.
     bool registerResource(AbstractResource* resource);
-    /// Removes `resource` if it is the one filed under its name (compared case-insensitively),
-    /// and takes it out of the local resolver where it is the one filed under its URI; false
-    /// otherwise, so a resource whose registration failed can remove neither the resource that
+    /// Removes the entry that holds `resource` itself, whatever its name is now, and takes the
+    /// resource out of the local resolver (under whatever URI it was filed); false when no entry
+    /// holds it, so a resource whose registration failed can remove neither the resource that
     /// holds its name nor the one that holds its URI.
     bool unregisterResource(AbstractResource* resource);
     /// The resolver that holds the registered resources; first in the service's chain.
@@ -148,6 +150,8 @@ private:
     bool hasValidNameAndUri() const;
     // Whether the local resolver holds `resource` itself. REQUIRES: the lock.
     bool isResolverSource(const AbstractResource* resource) const;
+    // Takes `resource` itself out of the local resolver. REQUIRES: the write lock.
+    void dropResolverSource(const AbstractResource* resource);
 
     ResourceMap m_resources;  // guarded by the lock; not owned
     Base::PropertyString m_description;

@@ -4,6 +4,7 @@
 #include <exception>
 #include <vector>
 
+#include <Poco/Bugcheck.h>
 #include <Poco/String.h>
 #include <Poco/URI.h>
 
@@ -30,6 +31,26 @@ const char* const NULL_JSON = "Tried to create service object from NULL-Pointer"
 
 typedef PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY> Category;
 typedef PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION> Version;
+
+// Files a resource in a resolver when the scope ends, however it is left; nothing for null.
+class RefileAtScopeEnd {
+public:
+    RefileAtScopeEnd(LocalReferenceResolver& resolver, AbstractResource* resource)
+        : m_resolver(resolver), m_resource(resource) {}
+    RefileAtScopeEnd(const RefileAtScopeEnd&) = delete;
+    RefileAtScopeEnd& operator=(const RefileAtScopeEnd&) = delete;
+    ~RefileAtScopeEnd() {
+        try {
+            m_resolver.addSource(m_resource);
+        } catch (...) {
+            poco_unexpected();
+        }
+    }
+
+private:
+    LocalReferenceResolver& m_resolver;
+    AbstractResource* m_resource;  // not owned; may be null
+};
 
 }  // namespace
 
@@ -180,12 +201,12 @@ bool Service::initResourceFromJSON(const Poco::JSON::Object* json) {
     ScopedRecursiveWriteLock lock(lockRef());
     AbstractResource* resource = findOrCreateResource(name);
     if (resource == nullptr) return false;
-    // The description may change the resource's URI, its key in the local resolver.
-    const bool isSource = isResolverSource(resource);
-    if (isSource) m_localResolver.removeSource(resource);
-    const bool initialised = resource->initResourceFromJSON(json).isSuccess();
-    if (isSource) m_localResolver.addSource(resource);
-    if (!initialised) {
+    // The description may change the resource's URI, its key in the local resolver: it is filed
+    // again under the URI it has afterwards, also when initialisation throws.
+    AbstractResource* const source = isResolverSource(resource) ? resource : nullptr;
+    if (source != nullptr) dropResolverSource(source);
+    RefileAtScopeEnd refile(m_localResolver, source);
+    if (!resource->initResourceFromJSON(json).isSuccess()) {
         QES_LOG_ERROR("Failed to parse resource " << name << "of service " << getName().getValue());
         return false;
     }
@@ -222,9 +243,13 @@ bool Service::registerResource(AbstractResource* resource) {
 
 bool Service::unregisterResource(AbstractResource* resource) {
     ScopedRecursiveWriteLock lock(lockRef());
-    const auto entry = findResource(resource->getName().getValue());
-    if (entry == m_resources.end() || entry->second != resource) return false;
-    if (isResolverSource(resource)) m_localResolver.removeSource(resource);
+    // By identity: names may differ only in case, and the resource's name may have changed
+    // since it was filed.
+    const auto entry =
+        std::find_if(m_resources.begin(), m_resources.end(),
+                     [resource](const auto& item) { return item.second == resource; });
+    if (entry == m_resources.end()) return false;
+    if (isResolverSource(resource)) dropResolverSource(resource);
     m_resources.erase(entry);
     return true;
 }
@@ -232,6 +257,15 @@ bool Service::unregisterResource(AbstractResource* resource) {
 bool Service::isResolverSource(const AbstractResource* resource) const {
     const auto sources = m_localResolver.getSources();
     return std::find(sources.begin(), sources.end(), resource) != sources.end();
+}
+
+void Service::dropResolverSource(const AbstractResource* resource) {
+    // Rebuilt rather than erased by key: the resource's URI may have changed since it was filed
+    // (its own initResourceFromJSON, called directly), and its current key may be another
+    // resource's. The others are filed again under their current URIs.
+    LocalReferenceResolver::SourceList kept = m_localResolver.getSources();
+    kept.erase(std::remove(kept.begin(), kept.end(), resource), kept.end());
+    m_localResolver = LocalReferenceResolver(kept);
 }
 
 bool Service::addServiceCategory(const std::string& category) {

@@ -8,7 +8,6 @@
 #include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
-#include "Data/ElementContainer.h"
 #include "Data/ElementFixture.h"
 #include "Data/XObjectReference.h"
 #include "TestChannel.h"
@@ -20,6 +19,7 @@ using Base::PropertyValueUuid;
 using Kivo::Test::ScopedLogCapture;
 using Kivo::Test::TestElement;
 using Kivo::Test::TestResource;
+using Items = Kivo::Test::TestContainer<TestElement>;
 
 const char* const ID = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
 
@@ -51,15 +51,10 @@ Poco::JSON::Object::Ptr description(const std::string& member = "", const std::s
     return json;
 }
 
-TEST(Service, ConstructionSetsTheEightProperties) {
-    Service service("Media", "music", 8080, PropertyValueUuid(ID));
-    EXPECT_EQ((std::vector<std::string>{"description", "id", "name", "port", "privileges",
-                                        "serviceCategories", "uri", "versions"}),
-              service.getPropertyKeys());
-    EXPECT_EQ("/Media", service.getUri().getValue().toString());
-    EXPECT_EQ("Media", service.getType().identifier);
-    EXPECT_EQ(8080, service.getPort().getValue());
-    EXPECT_FALSE(service.isInitialisedFromJSON());
+// The description of a resource, as initResourceFromJSON reads it.
+Poco::JSON::Object::Ptr resourceJSON(const std::string& name, const std::string& uri) {
+    return parseObject(std::string(R"({"id":")") + ID + R"(","name":")" + name + R"(","uri":")" +
+                       uri + R"(","description":"d"})");
 }
 
 TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
@@ -70,7 +65,8 @@ TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
         const char* log;
     };
     const Row rows[] = {
-        {"versions", "", "Error: Failed to init property versions for Media: not found in JSON Object."},
+        {"versions", "",
+         "Error: Failed to init property versions for Media: not found in JSON Object."},
         {"serviceCategories", R"(["media","Foo"])",
          "Error: Failed to init property serviceCategories for Media: invalid value"},
         {"port", "70000", "Error: Failed to init property port for Media: invalid value"},
@@ -92,6 +88,10 @@ TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
     }
 
     Service service("Media", "", 1, PropertyValueUuid());
+    EXPECT_EQ((std::vector<std::string>{"description", "id", "name", "port", "privileges",
+                                        "serviceCategories", "uri", "versions"}),
+              service.getPropertyKeys());
+    EXPECT_EQ("/Media", service.getUri().getValue().toString());
     capture.channel().clear();
     EXPECT_FALSE(service.initFromJSON(nullptr));
     EXPECT_EQ(std::vector<std::string>{"Error: Tried to create service object from NULL-Pointer"},
@@ -99,10 +99,6 @@ TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
     const auto json = description();
     ASSERT_TRUE(service.initFromJSON(json.get()));
     EXPECT_TRUE(service.isInitialisedFromJSON());
-    EXPECT_EQ(ID, service.getIdentification().toString());
-    EXPECT_EQ(8080, service.getPort().getValue());
-    EXPECT_EQ((std::vector<std::string>{"media", "radio"}),
-              static_cast<std::vector<std::string>>(service.getServiceCategories()));
     EXPECT_EQ(text(json), text(service.toJSON(0))) << "the description round-trips";
 }
 
@@ -115,24 +111,20 @@ TEST(Service, OwnerSideWritesAndOutsideWrites) {
     EXPECT_TRUE(service.addPrivilege("anything goes"));
     EXPECT_EQ(1u, service.getServiceCategories().getPropertyValue().size());
     EXPECT_EQ(1u, service.getVersions().getPropertyValue().size());
-
     service.updateServiceId(Poco::UUID(ID));
     EXPECT_EQ(ID, service.getIdentification().toString());
-
-    Base::PropertyBase* description = service.getProperty("description");
-    ASSERT_NE(nullptr, description);
-    EXPECT_FALSE(description->setValueFromString("changed from outside"));
+    EXPECT_FALSE(service.getProperty("description")->setValueFromString("changed from outside"));
 }
 
 TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
     ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
-    Service service("Media", "", 1, PropertyValueUuid());
+    Service service("Media", "music", 1, PropertyValueUuid(ID));
     TestResource tracks(service, "Tracks");
+    TestResource albums(service, "Albums");
     EXPECT_EQ(&tracks, service.getResource("tracks"));
     EXPECT_EQ(&tracks, service.getResource("TRACKS"));
-    EXPECT_EQ(nullptr, service.getResource("albums"));
+    EXPECT_EQ(nullptr, service.getResource("radio"));
     EXPECT_EQ("/Media/Tracks", tracks.getUri().getValue().toString());
-    EXPECT_EQ("Media.Tracks", tracks.getType().identifier);
 
     EXPECT_THROW(TestResource(service, "Tracks"), Poco::AssertionViolationException);
     EXPECT_EQ(&tracks, service.getResource("Tracks")) << "the first registration stays";
@@ -141,13 +133,19 @@ TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
                   "Error: Failed to register resource Tracks. Resource name is already in use.",
                   "Error: Failed to unregister resource Tracks from parent service Media"}),
               capture.texts());
-    EXPECT_EQ(1u, service.getResources().size());
-}
 
-TEST(Service, DestroyedWithResourcesLogsACriticalLine) {
-    ScopedLogCapture capture(Poco::Message::PRIO_CRITICAL);
-    Service home("Media", "", 1, PropertyValueUuid());
-    TestResource tracks(home, "Tracks");
+    Poco::JSON::Object::Ptr data = service.getDataAsJSON(0);
+    const auto resources = data->getArray("resources");
+    ASSERT_EQ(2u, resources->size());
+    EXPECT_EQ("Albums", resources->getObject(0)->getValue<std::string>("name"));
+    EXPECT_EQ("Tracks", resources->getObject(1)->getValue<std::string>("name"));
+    EXPECT_FALSE(resources->getObject(0)->has("elements"));
+    data->remove("resources");
+    EXPECT_EQ(text(service.toJSON(0)), text(data));
+    EXPECT_TRUE(
+        service.getDataAsJSON(true, 0)->getArray("resources")->getObject(1)->has("elements"));
+
+    capture.channel().clear();
     {
         Service other("Other", "", 1, PropertyValueUuid());
         ASSERT_TRUE(other.registerResource(&tracks));
@@ -177,14 +175,12 @@ TEST(Service, ResourceDescriptions) {
     ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
     OnDemandService service;
     TestResource tracks(service, "Tracks");
-    const auto good = parseArray(std::string(R"([{"id":")") + ID +
-                                 R"(","name":"tracks","uri":"/Media/Tracks","description":"all"},)"
-                                 R"({"id":")" + ID +
-                                 R"(","name":"Extra","uri":"/Media/Extra","description":"x"}])");
-    ASSERT_TRUE(service.initResourcesFromJSON(good.get())) << capture.texts().size();
-    EXPECT_EQ("all", tracks.getDescription().getValue());
+    const auto good = parseArray("[" + text(resourceJSON("tracks", "/Media/Tracks")) + "," +
+                                 text(resourceJSON("Extra", "/Media/Extra")) + "]");
+    ASSERT_TRUE(service.initResourcesFromJSON(good.get()));
+    EXPECT_EQ("d", tracks.getDescription().getValue());
     ASSERT_NE(nullptr, service.extra);
-    EXPECT_EQ("x", service.extra->getDescription().getValue());
+    EXPECT_EQ("d", service.extra->getDescription().getValue());
     EXPECT_TRUE(capture.texts().empty());
 
     struct Row {
@@ -218,15 +214,6 @@ TEST(Service, ResourceDescriptions) {
     }
 }
 
-class Items : public ElementContainer<TestElement> {
-public:
-    Items(Service& service, const std::string& name)
-        : ElementContainer(service, name, name, PropertyValueUuid()) {
-        init();
-    }
-    ~Items() override { clear(); }
-};
-
 // Resolves every placeholder to one fixed object.
 class FixedResolver : public IReferenceResolver {
 public:
@@ -240,43 +227,58 @@ private:
     XObject* m_object;
 };
 
-XObject* resolved(const Service& service, const std::string& uri) {
-    const auto placeholder = DummyObject::createFromUri(uri);
+// Not convertible to text: a description member of this type makes initialisation throw.
+struct Opaque {};
+
+// The element with ID in the resource at `resourceUri`, or null.
+XObject* resolved(const Service& service, const std::string& resourceUri) {
+    const auto placeholder = DummyObject::createFromUri(resourceUri + "/" + ID);
     XObject* result = nullptr;
     return service.resolve(placeholder.get(), result) ? result : nullptr;
 }
 
-TEST(Service, ResolvesTheElementsOfItsResourcesByTheirCurrentUri) {
-    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+// Resolution follows a resource's URI, and a resource leaves the map and the resolver by
+// identity, so no lookup reaches a destroyed one (ASan reports any that does).
+TEST(Service, ResolvesTheElementsOfItsResourcesWhileTheyLive) {
     Service service("Media", "", 1, PropertyValueUuid());
     Items tracks(service, "Tracks");
     const auto element = parseObject(std::string(R"({"id":")") + ID + R"(","title":"a"})");
     ASSERT_TRUE(tracks.addElement(element.get()).isSuccess());
     AbstractResource::Ptr held;
     ASSERT_TRUE(tracks.getElement(Poco::UUID(ID), held).isSuccess());
+    EXPECT_EQ(held.get(), resolved(service, "/Media/Tracks"));
+    EXPECT_EQ(nullptr, resolved(service, "/Media/Albums"));
 
-    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Tracks/") + ID));
-    EXPECT_EQ(nullptr, resolved(service, "/Media/Tracks/00000000-0000-4000-8000-000000000001"));
-    EXPECT_EQ(nullptr, resolved(service, std::string("/Media/Albums/") + ID));
+    ASSERT_TRUE(service.initResourceFromJSON(resourceJSON("Tracks", "/Media/Songs").get()));
+    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
+    EXPECT_EQ(nullptr, resolved(service, "/Media/Tracks"));
+    auto throwing = resourceJSON("Tracks", "/Media/Songs");
+    throwing->set("description", Opaque());
+    EXPECT_THROW(service.initResourceFromJSON(throwing.get()), Poco::BadCastException);
+    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs")) << "still filed after the throw";
 
-    // A description that moves the resource moves its resolver entry with it.
-    const auto moved = parseObject(std::string(R"({"id":")") + ID +
-                                   R"(","name":"Tracks","uri":"/Media/Songs","description":""})");
-    ASSERT_TRUE(service.initResourceFromJSON(moved.get()));
-    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
-    EXPECT_EQ(nullptr, resolved(service, std::string("/Media/Tracks/") + ID));
-
-    {
-        // A second resource taking the same URI neither replaces the first in the resolver
-        // nor takes it out when it goes.
-        Items other(service, "Other");
-        const auto clash = parseObject(std::string(R"({"id":")") + ID +
-                                       R"(","name":"Other","uri":"/Media/Songs","description":""})");
-        ASSERT_TRUE(service.initResourceFromJSON(clash.get()));
-        EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
-        EXPECT_EQ(nullptr, resolved(service, std::string("/Media/Other/") + ID));
-    }
-    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
+    // Another resource taking that URI does not replace the first, nor take it out as it goes.
+    auto other = std::make_unique<Items>(service, "Else");
+    ASSERT_TRUE(other->addElement(element.get()).isSuccess());
+    ASSERT_TRUE(service.initResourceFromJSON(resourceJSON("Else", "/Media/Songs").get()));
+    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
+    other.reset();
+    // Names that differ only in case: destroying one removes exactly that one.
+    auto lower = std::make_unique<Items>(service, "tracks");
+    ASSERT_TRUE(lower->addElement(element.get()).isSuccess());
+    lower.reset();
+    EXPECT_EQ((Service::ResourceMap{{"Tracks", &tracks}}), service.getResources());
+    EXPECT_EQ(1u, service.getDataAsJSON(0)->getArray("resources")->size());
+    EXPECT_EQ(nullptr, resolved(service, "/Media/tracks"));
+    // Moved by its own initialisation, never re-filed by the service: as it goes it leaves
+    // nothing behind under its old URI and does not take out the resource at its new one.
+    auto moved = std::make_unique<Items>(service, "Moved");
+    ASSERT_TRUE(moved->addElement(element.get()).isSuccess());
+    ASSERT_TRUE(
+        moved->initResourceFromJSON(resourceJSON("Moved", "/Media/Songs").get()).isSuccess());
+    moved.reset();
+    EXPECT_EQ(nullptr, resolved(service, "/Media/Moved"));
+    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
     EXPECT_EQ((LocalReferenceResolver::SourceList{&tracks}),
               service.getLocalResolver().getSources());
 
@@ -284,31 +286,8 @@ TEST(Service, ResolvesTheElementsOfItsResourcesByTheirCurrentUri) {
     Service elsewhere("Radio", "", 1, PropertyValueUuid());
     FixedResolver fallback(&elsewhere);
     ASSERT_TRUE(service.addReferenceResolver(&fallback));
-    EXPECT_EQ(held.get(), resolved(service, std::string("/Media/Songs/") + ID));
-    EXPECT_EQ(&elsewhere, resolved(service, std::string("/Media/Albums/") + ID));
-    EXPECT_TRUE(capture.texts().empty());
-}
-
-TEST(Service, DataAsJSONListsResourcesInNameOrder) {
-    Service service("Media", "music", 1, PropertyValueUuid(ID));
-    TestResource tracks(service, "Tracks");
-    TestResource albums(service, "Albums");
-    const auto data = service.getDataAsJSON(0);
-    EXPECT_EQ(text(service.toJSON(0)), text([&] {
-                  auto copy = parseObject(text(data));
-                  copy->remove("resources");
-                  return copy;
-              }()));
-    const auto resources = data->getArray("resources");
-    ASSERT_EQ(2u, resources->size());
-    EXPECT_EQ("Albums", resources->getObject(0)->getValue<std::string>("name"));
-    EXPECT_EQ("Tracks", resources->getObject(1)->getValue<std::string>("name"));
-    EXPECT_FALSE(resources->getObject(0)->has("elements"));
-    EXPECT_EQ(0u, service.getDataAsJSON(true, 0)
-                      ->getArray("resources")
-                      ->getObject(1)
-                      ->getArray("elements")
-                      ->size());
+    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
+    EXPECT_EQ(&elsewhere, resolved(service, "/Media/Albums"));
 }
 
 }  // namespace
