@@ -1,38 +1,28 @@
 #include "Data/XObjectReference.h"
 
-#include <atomic>
 #include <functional>
-#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include <Poco/Exception.h>
-#include <Poco/JSON/Parser.h>
 #include <Poco/Message.h>
 #include <Poco/RegularExpression.h>
-#include <Poco/UUID.h>
 #include <gtest/gtest.h>
 
-#include "Data/AbstractResource.h"
-#include "Data/Element.h"
+#include "Data/ElementFixture.h"
 #include "Data/ReferenceResolver.h"
-#include "Data/Service.h"
 #include "TestChannel.h"
 
 namespace Kivo::Data {
 namespace {
 
-using Base::PropertyValueString;
-using Base::PropertyValueUuid;
 using Kivo::Test::ScopedLogCapture;
+typedef std::vector<std::string> Texts;
 
 const char* const ALICE = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
 const char* const BOB = "6ba7b811-9dad-11d1-80b4-00c04fd430c8";
-
 const char* const NO_JSON =
     "Trace: String representation of XObject reference is no valid JSON string";
 const char* const BAD_URI =
@@ -43,6 +33,7 @@ const char* const PARSE_FAILED =
 const char* const UNRESOLVED =
     "Trace: getValuePriv Could not resolve internal reference to an actual XObject. Going to use "
     "placeholder value.";
+const char* const UNIDENTIFIED = "unidentified element";
 
 std::string contactUri(const char* id) { return std::string("/Phone/contacts/") + id; }
 
@@ -54,8 +45,8 @@ std::string text(const Poco::Dynamic::Var& json) {
 }
 
 // The captured lines, without the object registry's trace lines about its properties.
-std::vector<std::string> referenceLines(const ScopedLogCapture& capture) {
-    std::vector<std::string> lines;
+Texts referenceLines(const ScopedLogCapture& capture) {
+    Texts lines;
     for (const std::string& line : capture.texts()) {
         if (line.rfind("Trace: Property ", 0) != 0) lines.push_back(line);
     }
@@ -74,100 +65,57 @@ std::string bugcheckMessage(const std::function<void()>& action) {
 
 class Contact : public Element {
 public:
-    Contact(AbstractResource& resource, const std::string& name, const std::string& id)
-        : Element("contactObject", resource, PropertyValueString(name), PropertyValueUuid(id)),
-          number("number", this, PropertyValueString("555")) {
+    explicit Contact(AbstractResource& resource)
+        : Element("contactObject", resource), number("number", this, Base::PropertyValueString("555")) {
         number.registerAtOwner();
     }
-
     Base::PropertyString number;
 };
 
 // An element pointing at a contact; clients may write every key.
 class Note : public Element {
 public:
-    Note(AbstractResource& resource, const std::string& id)
-        : Element("noteObject", resource, PropertyValueString("note"), PropertyValueUuid(id)),
-          about("about", this) {
+    explicit Note(AbstractResource& resource) : Element("noteObject", resource), about("about", this) {
         about.registerAtOwner();
     }
-
     bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
-
     PropertyXObjectReference about;
-};
-
-// A resource whose elements are kept by shared pointer and found by id.
-class ElementStore : public AbstractResource {
-public:
-    ElementStore(Service& service, const std::string& name)
-        : AbstractResource(service, name, name, PropertyValueUuid()) {
-        init();
-    }
-    ~ElementStore() override {
-        Util::ScopedRecursiveWriteLock lock(*getLock());
-        m_elements.clear();
-    }
-
-    template <class E, class... Args>
-    E* add(Args&&... args) {
-        Util::ScopedRecursiveWriteLock lock(*getLock());
-        Poco::SharedPtr<E> element(new E(*this, std::forward<Args>(args)...));
-        element->adoptPropertyLock(*this);
-        m_elements[element->getIdentification()] = element;
-        return element.get();
-    }
-    // Destroys the element under the tree's write lock.
-    void remove(const char* id) {
-        Util::ScopedRecursiveWriteLock lock(*getLock());
-        m_elements.erase(Poco::UUID(id));
-    }
-
-    bool hasElement(const Poco::UUID& id) const override {
-        Util::ScopedRecursiveReadLock lock(*getLock());
-        return m_elements.count(id) != 0;
-    }
-    OperationResult getElement(const Poco::UUID& id, Ptr& element) const override {
-        Util::ScopedRecursiveReadLock lock(*getLock());
-        const auto entry = m_elements.find(id);
-        if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
-        element = entry->second;
-        return OperationResult(OperationResult::OK);
-    }
-
-private:
-    std::map<Poco::UUID, Ptr> m_elements;
-};
-
-class ThrowingResolver : public IReferenceResolver {
-public:
-    bool resolve(XObject*, XObject*&) const override { throw std::runtime_error("boom"); }
 };
 
 class XObjectReferenceTest : public ::testing::Test {
 protected:
     XObjectReferenceTest() { resolver.addSource(&contacts); }
 
-    Service service{"Phone", "phone", 80, PropertyValueUuid()};
-    ElementStore contacts{service, "contacts"};
-    ElementStore notes{service, "notes"};
+    // The element the container now holds under `id`; the container keeps it alive.
+    template <class E>
+    E* add(Kivo::Test::TestContainer<E>& store, const std::string& name, const std::string& id) {
+        Poco::JSON::Object json;
+        json.set("id", id);
+        json.set("name", name);
+        EXPECT_EQ(OperationResult::OK, store.addElement(&json).value()) << id;
+        AbstractResource::Ptr element;
+        store.getElement(Poco::UUID(id), element);
+        return static_cast<E*>(element.get());
+    }
+    void remove(const char* id) { ASSERT_TRUE(contacts.removeElement(Poco::UUID(id)).isSuccess()); }
+
+    Service service{"Phone", "phone", 80, Base::PropertyValueUuid()};
+    Kivo::Test::TestContainer<Contact> contacts{service, "contacts"};
+    Kivo::Test::TestContainer<Note> notes{service, "notes"};
     LocalReferenceResolver resolver;
 };
 
-TEST_F(XObjectReferenceTest, PlaceholdersFromUrisCarryTypeIdAndName) {
+TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
     struct Row {
-        std::string uri;
-        const char* typeName;
-        const char* identifier;
-        const char* path;
+        std::string uri, typeName, identifier, path;
     };
+    const std::string alice = ALICE;
     const std::vector<Row> rows = {
         {contactUri(ALICE), "contactObject", "Phone.contacts.contactObject", "/Phone/contacts/"},
-        {std::string("/Media/media/") + ALICE, "mediaObject", "Media.media.mediaObject",
-         "/Media/media/"},
-        {std::string("/Shop/classess/") + ALICE, "classesObject", "Shop.classess.classesObject",
+        {"/Media/media/" + alice, "mediaObject", "Media.media.mediaObject", "/Media/media/"},
+        {"/Shop/classess/" + alice, "classesObject", "Shop.classess.classesObject",
          "/Shop/classess/"},
-        {std::string("http://host:8080/Phone/contacts/") + ALICE, "contactObject",
+        {"http://host:8080/Phone/contacts/" + alice, "contactObject",
          "Phone.contacts.contactObject", "/Phone/contacts/"},
     };
     for (const Row& row : rows) {
@@ -176,12 +124,9 @@ TEST_F(XObjectReferenceTest, PlaceholdersFromUrisCarryTypeIdAndName) {
         EXPECT_EQ(row.identifier, dummy->getType().identifier) << row.uri;
         EXPECT_EQ(row.path, dummy->getType().path) << row.uri;
         EXPECT_EQ(ALICE, dummy->getIdentification().toString()) << row.uri;
-        EXPECT_EQ("unidentified element", dummy->getName().getValue()) << row.uri;
+        EXPECT_EQ(UNIDENTIFIED, dummy->getName().getValue()) << row.uri;
         EXPECT_EQ(row.uri, dummy->getUri().getValue().toString()) << row.uri;
     }
-}
-
-TEST_F(XObjectReferenceTest, PlaceholdersRefuseUrisWithoutThreeSegments) {
     for (const std::string& uri : {std::string("/Phone/contacts"), contactUri(ALICE) + "/more",
                                    std::string("/"), std::string()}) {
         ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
@@ -191,7 +136,7 @@ TEST_F(XObjectReferenceTest, PlaceholdersRefuseUrisWithoutThreeSegments) {
         } catch (const Poco::InvalidArgumentException& error) {
             EXPECT_EQ("Invalid XObject URI", error.message()) << uri;
         }
-        EXPECT_EQ(std::vector<std::string>{BAD_URI}, capture.texts()) << uri;
+        EXPECT_EQ(Texts{BAD_URI}, capture.texts()) << uri;
     }
     EXPECT_THROW(DummyObject::createFromUri("/Phone/contacts/not-a-uuid"), Poco::SyntaxException);
 }
@@ -207,12 +152,12 @@ TEST_F(XObjectReferenceTest, NullReferenceHasNoValue) {
         EXPECT_EQ("Invalid XObject Reference without any value", error.message());
     }
     EXPECT_EQ("", text(reference.toJSON(3)));
-    EXPECT_EQ("", reference.toString());
     EXPECT_FALSE(reference.matches(Poco::RegularExpression(".*")));
     EXPECT_FALSE(reference.setValue(nullptr));
-    EXPECT_TRUE(reference.isNull());
 }
 
+// A reference resolves when read; when its target is destroyed it falls back to a placeholder
+// copied from it, and it leaves no delegate behind at a target that outlives it.
 TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed) {
     Contact* again = nullptr;
     {
@@ -220,63 +165,56 @@ TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed)
         {
             ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
             ASSERT_TRUE(reference.setValueFromString(contactUri(ALICE)));
-            EXPECT_FALSE(reference.isResolvedReference());
-            EXPECT_EQ("unidentified element", reference.getValue()->getName().getValue());
-            EXPECT_EQ((std::vector<std::string>{NO_JSON, UNRESOLVED}), referenceLines(capture));
+            EXPECT_EQ(UNIDENTIFIED, reference.getValue()->getName().getValue());
+            EXPECT_EQ((Texts{NO_JSON, UNRESOLVED}), referenceLines(capture));
         }
-
-        Contact* alice = contacts.add<Contact>("Alice", ALICE);
+        Contact* alice = add(contacts, "Alice", ALICE);
         EXPECT_FALSE(reference.isResolvedReference());
         EXPECT_EQ(alice, reference.getValue());
         EXPECT_TRUE(reference.isResolvedReference());
 
-        contacts.remove(ALICE);
+        remove(ALICE);
         EXPECT_FALSE(reference.isResolvedReference());
-        EXPECT_FALSE(reference.isNull());
         const XObject* fallback = reference.getValue();
         EXPECT_NE(nullptr, dynamic_cast<const DummyObject*>(fallback));
         EXPECT_EQ("Alice", fallback->getName().getValue());
         EXPECT_EQ(ALICE, fallback->getIdentification().toString());
         EXPECT_EQ("Phone.contacts.contactObject", fallback->getType().identifier);
 
-        again = contacts.add<Contact>("Alice again", ALICE);
+        again = add(contacts, "Alice again", ALICE);
         EXPECT_EQ(again, reference.getValue());
         EXPECT_FALSE(again->Destroyed.empty());
     }
-    // The reference has left; the target outlives it without a delegate into freed memory.
     EXPECT_TRUE(again->Destroyed.empty());
-}
 
-TEST_F(XObjectReferenceTest, SetValueFromStringResolvesWhenItCan) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
+    // What a text resolves to, by resolver.
     struct Row {
-        const char* name;
         std::string text;
         IReferenceResolver* resolver;
         bool resolved;
-        const char* targetName;
+        std::string targetName;
     };
+    const std::string json = text(again->toJSON(-1));
     const std::vector<Row> rows = {
-        {"URI, resolvable", contactUri(ALICE), &resolver, true, "Alice"},
-        {"JSON, resolvable", text(alice->toJSON(-1)), &resolver, true, "Alice"},
-        {"URI, no resolver", contactUri(ALICE), nullptr, false, "unidentified element"},
-        {"JSON, no resolver", text(alice->toJSON(-1)), nullptr, false, "Alice"},
-        {"URI, unknown id", contactUri(BOB), &resolver, false, "unidentified element"},
+        {contactUri(ALICE), &resolver, true, "Alice again"},
+        {json, &resolver, true, "Alice again"},
+        {contactUri(ALICE), nullptr, false, UNIDENTIFIED},
+        {json, nullptr, false, "Alice again"},
+        {contactUri(BOB), &resolver, false, UNIDENTIFIED},
     };
     for (const Row& row : rows) {
         XObjectReference reference(row.resolver);
-        ASSERT_TRUE(reference.setValueFromString(row.text)) << row.name;
-        EXPECT_EQ(row.resolved, reference.isResolvedReference()) << row.name;
-        EXPECT_EQ(row.targetName, reference.getValue()->getName().getValue()) << row.name;
+        ASSERT_TRUE(reference.setValueFromString(row.text)) << row.text;
+        EXPECT_EQ(row.resolved, reference.isResolvedReference()) << row.text;
+        EXPECT_EQ(row.targetName, reference.getValue()->getName().getValue()) << row.text;
     }
 }
 
 TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
-    Contact* bob = contacts.add<Contact>("Bob", BOB);
+    Contact* alice = add(contacts, "Alice", ALICE);
+    Contact* bob = add(contacts, "Bob", BOB);
     XObjectReference original(&resolver);
     ASSERT_TRUE(original.setValue(alice));
-
     XObjectReference copy(original);
     XObjectReference assigned;
     ASSERT_TRUE(assigned.setValue(bob));
@@ -287,275 +225,195 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
 
     XObjectReference placeholder;
     ASSERT_TRUE(placeholder.setValueFromString(contactUri(BOB)));
-    XObjectReference placeholderCopy(placeholder);
-    EXPECT_NE(placeholder.getValue(), placeholderCopy.getValue()) << "placeholders are copied";
+    EXPECT_NE(placeholder.getValue(), XObjectReference(placeholder).getValue())
+        << "placeholders are copied";
 
-    contacts.remove(ALICE);
+    remove(ALICE);
     for (const XObjectReference* reference : {&original, &copy, &assigned}) {
         EXPECT_FALSE(reference->isResolvedReference());
         EXPECT_EQ("Alice", reference->getValue()->getName().getValue());
     }
-    // Resolvers travel with copies: a new Alice is found by each.
-    Contact* again = contacts.add<Contact>("Alice", ALICE);
-    EXPECT_EQ(again, copy.getValue());
+    Contact* again = add(contacts, "Alice", ALICE);
+    EXPECT_EQ(again, copy.getValue()) << "resolvers travel with copies";
     EXPECT_EQ(again, assigned.getValue());
 }
 
 TEST_F(XObjectReferenceTest, DestroyedHandlerChecksItsTarget) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
-    Contact* bob = contacts.add<Contact>("Bob", BOB);
+    Contact* alice = add(contacts, "Alice", ALICE);
+    Contact* bob = add(contacts, "Bob", BOB);
     XObjectReference reference;
-
     std::string message = bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *alice); });
     EXPECT_NE(std::string::npos,
               message.find("invalid reference - received event but holds no resolved reference"))
         << message;
     EXPECT_NE(std::string::npos, message.find("src/Data/XObjectReference.cpp")) << message;
-
     ASSERT_TRUE(reference.setValue(alice));
     message = bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *bob); });
-    EXPECT_NE(std::string::npos,
-              message.find("invalid reference - received event from wrong xobject"))
+    EXPECT_NE(std::string::npos, message.find("invalid reference - received event from wrong xobject"))
         << message;
     EXPECT_EQ(alice, reference.getValue());
     EXPECT_TRUE(reference.isResolvedReference());
 }
 
 TEST_F(XObjectReferenceTest, AllowedTypesRestrictTargets) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
-    Note* note = notes.add<Note>(BOB);
+    Contact* alice = add(contacts, "Alice", ALICE);
+    Note* note = add(notes, "note", BOB);
     const std::unique_ptr<DummyObject> placeholder = DummyObject::createFromUri(contactUri(BOB));
-    const std::string contact = "Phone.contacts.contactObject";
+    const std::string contact = "Phone.contacts.contactObject", noteType = "Phone.notes.noteObject";
     struct Row {
-        const char* name;
         XObjectReference::OneOf allowed;
         XObject* target;
         bool accepted;
     };
     const std::vector<Row> rows = {
-        {"any type", {}, note, true},
-        {"listed type", {contact}, alice, true},
-        {"unlisted type", {contact}, note, false},
-        {"type name is no identifier", {"contactObject"}, alice, false},
-        {"placeholder of a listed type", {contact}, placeholder.get(), true},
+        {{}, note, true},
+        {{contact}, alice, true},
+        {{contact}, note, false},
+        {{"contactObject"}, alice, false},  // a type name is no identifier
+        {{contact}, placeholder.get(), true},
     };
-    for (const Row& row : rows) {
-        XObjectReference reference(&resolver, row.allowed);
-        EXPECT_EQ(row.accepted, reference.setValue(row.target)) << row.name;
-        EXPECT_EQ(!row.accepted, reference.isNull()) << row.name;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        XObjectReference reference(&resolver, rows[i].allowed);
+        EXPECT_EQ(rows[i].accepted, reference.setValue(rows[i].target)) << "row " << i;
+        EXPECT_EQ(!rows[i].accepted, reference.isNull()) << "row " << i;
     }
-
     XObjectReference narrowed;
-    narrowed.addAllowedType("Phone.notes.noteObject");
-    EXPECT_FALSE(narrowed.setValue(alice));
+    narrowed.addAllowedType(noteType);
     EXPECT_FALSE(narrowed.isValidStringValue(contactUri(ALICE)));
-}
 
-TEST_F(XObjectReferenceTest, SetAllowedTypesKeepsTheCurrentTargetAllowed) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
-    Note* note = notes.add<Note>(BOB);
+    // A new set must allow the current target; the empty set, though it allows any, is refused.
     const std::string refusal = "New allowed type set would not allow current XObject reference";
     XObjectReference reference;
-    EXPECT_EQ("", bugcheckMessage([&] { reference.setAllowedTypes({"Phone.notes.noteObject"}); }));
+    EXPECT_EQ("", bugcheckMessage([&] { reference.setAllowedTypes({noteType}); }));
     EXPECT_EQ("", bugcheckMessage([&] { reference.setAllowedTypes({}); }));
     ASSERT_TRUE(reference.setValue(alice));
-
-    EXPECT_EQ(refusal,
-              bugcheckMessage([&] { reference.setAllowedTypes({"Phone.notes.noteObject"}); }));
-    // The empty set would allow any type, yet is refused as well.
+    EXPECT_EQ(refusal, bugcheckMessage([&] { reference.setAllowedTypes({noteType}); }));
     EXPECT_EQ(refusal, bugcheckMessage([&] { reference.setAllowedTypes({}); }));
     EXPECT_TRUE(reference.isValidValue(note)) << "a refused set must leave the old one";
 }
 
-TEST_F(XObjectReferenceTest, OrdersNullsLastAndPlaceholdersLikeTheirTargets) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
-    Contact* bob = contacts.add<Contact>("Bob", BOB);
-    XObjectReference none;
-    XObjectReference toAlice;
-    XObjectReference toBob;
-    XObjectReference aliceCopy;
-    XObjectReference aliceShadow;
+TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
+    Contact* alice = add(contacts, "Alice", ALICE);
+    XObjectReference none, toAlice, toBob, aliceCopy, aliceShadow;
     toAlice.setValue(alice);
-    toBob.setValue(bob);
+    toBob.setValue(add(contacts, "Bob", BOB));
     aliceCopy.setValue(alice);
     DummyObject shadow(*alice);
     aliceShadow.setValue(&shadow);
-
     struct Row {
-        const char* name;
         const XObjectReference& left;
         const XObjectReference& right;
-        bool less;
-        bool greater;
+        int order;  // compare()
         bool equal;
-        int compare;
     };
     const std::vector<Row> rows = {
-        {"null, null", none, none, false, false, true, 0},
-        {"null, Alice", none, toAlice, false, true, false, 1},
-        {"Alice, null", toAlice, none, true, false, false, -1},
-        {"Alice, Bob", toAlice, toBob, true, false, false, -1},
-        {"Bob, Alice", toBob, toAlice, false, true, false, 1},
-        {"Alice, Alice elsewhere", toAlice, aliceCopy, false, false, true, 0},
-        {"placeholder, Alice", aliceShadow, toAlice, false, false, true, 0},
+        {none, none, 0, true},        {none, toAlice, 1, false},      {toAlice, none, -1, false},
+        {toAlice, toBob, -1, false},  {toBob, toAlice, 1, false},     {toAlice, aliceCopy, 0, true},
+        {aliceShadow, toAlice, 0, true},  // a placeholder compares like its target
     };
-    for (const Row& row : rows) {
-        const Base::PropertyValueBase& left = row.left;
-        const Base::PropertyValueBase& right = row.right;
-        EXPECT_EQ(row.less, left < right) << row.name;
-        EXPECT_EQ(row.greater, left > right) << row.name;
-        EXPECT_EQ(row.equal, left == right) << row.name;
-        EXPECT_EQ(!row.equal, row.left != row.right) << row.name;
-        EXPECT_EQ(row.compare, left.compare(right)) << row.name;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const Base::PropertyValueBase& left = rows[i].left;
+        const Base::PropertyValueBase& right = rows[i].right;
+        EXPECT_EQ(rows[i].order < 0, left < right) << "row " << i;
+        EXPECT_EQ(rows[i].order > 0, left > right) << "row " << i;
+        EXPECT_EQ(rows[i].equal, left == right) << "row " << i;
+        EXPECT_EQ(!rows[i].equal, rows[i].left != rows[i].right) << "row " << i;
+        EXPECT_EQ(rows[i].order, left.compare(right)) << "row " << i;
+    }
+    for (const auto& [pattern, matches] : std::vector<std::pair<std::string, bool>>{
+             {"Alice", true}, {"Ali", false}, {ALICE, true}, {contactUri(ALICE), true},
+             {"/Phone/.*", true}, {"555", false}, {"/Phone/contacts", false}}) {
+        EXPECT_EQ(matches, toAlice.matches(Poco::RegularExpression(pattern))) << pattern;
     }
 }
 
-TEST_F(XObjectReferenceTest, MatchesNameIdOrUri) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
+TEST_F(XObjectReferenceTest, WritesTheTargetOneLevelDownAndReadsItBack) {
+    Contact* alice = add(contacts, "Alice", ALICE);
     XObjectReference reference;
     ASSERT_TRUE(reference.setValue(alice));
-    struct Row {
-        std::string pattern;
-        bool matches;
-    };
-    const std::vector<Row> rows = {
-        {"Alice", true},     {"Ali", false}, {ALICE, true},  {contactUri(ALICE), true},
-        {"/Phone/.*", true}, {"555", false}, {"Bob", false}, {"/Phone/contacts", false},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(row.matches, reference.matches(Poco::RegularExpression(row.pattern)))
-            << row.pattern;
-    }
-}
-
-TEST_F(XObjectReferenceTest, WritesTheTargetOneLevelDown) {
-    Contact* alice = contacts.add<Contact>("Alice", ALICE);
-    XObjectReference reference;
-    ASSERT_TRUE(reference.setValue(alice));
-    const std::string compact = text(alice->toJSON(-1));
-    EXPECT_EQ(compact, text(reference.toJSON(0)));
-    EXPECT_EQ(compact, text(reference.getGenericValue()));
+    EXPECT_EQ(text(alice->toJSON(-1)), text(reference.toJSON(0)));
+    EXPECT_EQ(text(alice->toJSON(-1)), text(reference.getGenericValue()));
     EXPECT_EQ(text(alice->toJSON(0)), text(reference.toJSON(1)));
     EXPECT_NE(std::string::npos, text(reference.toJSON(1)).find("\"number\""));
 
-    // A placeholder writes its own id, name and URI; they read back into a like placeholder.
-    XObjectReference placeholder;
+    XObjectReference placeholder, readBack, resolved(&resolver);
     ASSERT_TRUE(placeholder.setValueFromString(contactUri(BOB)));
-    XObjectReference readBack;
     ASSERT_TRUE(readBack.setValueFromString(placeholder.toString()));
-    EXPECT_TRUE(readBack == placeholder);
+    EXPECT_TRUE(readBack == placeholder) << "a placeholder writes its own id, name and URI";
     EXPECT_EQ(contactUri(BOB), readBack.getValue()->getUri().getValue().toString());
-
-    XObjectReference resolved(&resolver);
     ASSERT_TRUE(resolved.setValueFromString(reference.toString()));
     EXPECT_EQ(alice, resolved.getValue());
 }
 
 TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
-    const std::string missingUri = std::string(R"({"id":")") + ALICE + R"(","name":"Alice"})";
+    const std::string alice = std::string(R"({"id":")") + ALICE + R"(","name":"Alice")";
     struct Row {
-        const char* name;
         std::string text;
         bool accepted;
-        std::vector<std::string> lines;
+        Texts lines;
     };
     const std::vector<Row> rows = {
-        {"element URI", contactUri(ALICE), true, {NO_JSON}},
-        {"element JSON",
-         std::string(R"({"id":")") + ALICE + R"(","name":"Alice","uri":")" + contactUri(ALICE) +
-             "\"}",
-         true,
-         {}},
-        {"two segments",
-         "/Phone/contacts",
-         false,
+        {contactUri(ALICE), true, {NO_JSON}},
+        {alice + R"(,"uri":")" + contactUri(ALICE) + "\"}", true, {}},
+        {"/Phone/contacts", false,
          {NO_JSON, BAD_URI,
           "Trace: Failed to create XObject Reference from URI: Invalid argument: Invalid XObject "
           "URI",
           PARSE_FAILED}},
-        {"JSON without uri",
-         missingUri,
-         false,
+        {alice + "}", false,
          {BAD_URI,
           "Trace: Failed to create XObject Reference from JSON: Invalid argument: Invalid "
           "XObject URI",
           PARSE_FAILED}},
-        {"JSON that is no object", "[1]", false, {PARSE_FAILED}},
+        {"[1]", false, {PARSE_FAILED}},
     };
     for (const Row& row : rows) {
         XObjectReference reference;
         ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
-        EXPECT_EQ(row.accepted, reference.setValueFromString(row.text)) << row.name;
-        EXPECT_EQ(row.lines, referenceLines(capture)) << row.name;
-        EXPECT_EQ(!row.accepted, reference.isNull()) << row.name;
+        EXPECT_EQ(row.accepted, reference.setValueFromString(row.text)) << row.text;
+        EXPECT_EQ(row.lines, referenceLines(capture)) << row.text;
+        EXPECT_EQ(!row.accepted, reference.isNull()) << row.text;
     }
-}
 
-TEST_F(XObjectReferenceTest, ResolverExceptionsAreLoggedAndThePlaceholderStays) {
-    ThrowingResolver throwing;
+    class ThrowingResolver : public IReferenceResolver {
+    public:
+        bool resolve(XObject*, XObject*&) const override { throw std::runtime_error("boom"); }
+    } throwing;
     XObjectReference reference(&throwing);
     ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
     ASSERT_TRUE(reference.setValueFromString(contactUri(ALICE)));
-    EXPECT_EQ("unidentified element", reference.getValue()->getName().getValue());
+    EXPECT_EQ(UNIDENTIFIED, reference.getValue()->getName().getValue()) << "the placeholder stays";
     const std::string line =
         "Error: Caught Exception while trying to resolve XObject reference: boom";
-    EXPECT_EQ((std::vector<std::string>{line, line}), capture.texts());
+    EXPECT_EQ((Texts{line, line}), capture.texts());
 }
 
+// The index files owners by target name, null last; with the target gone the filed values stand
+// in as placeholders of it, in the same order.
 TEST_F(XObjectReferenceTest, IndexFilesOwnersByTarget) {
-    const std::string alice = text(contacts.add<Contact>("Alice", ALICE)->toJSON(-1));
-    contacts.add<Contact>("Bob", BOB);
-    Note* first = notes.add<Note>("00000000-0000-0000-0000-000000000001");
-    Note* second = notes.add<Note>("00000000-0000-0000-0000-000000000002");
-    Note* empty = notes.add<Note>("00000000-0000-0000-0000-000000000003");
+    const std::string alice = text(add(contacts, "Alice", ALICE)->toJSON(-1));
+    add(contacts, "Bob", BOB);
+    Note* first = add(notes, "note", "00000000-0000-0000-0000-000000000001");
+    Note* second = add(notes, "note", "00000000-0000-0000-0000-000000000002");
+    Note* empty = add(notes, "note", "00000000-0000-0000-0000-000000000003");
     for (Note* note : {first, second, empty}) note->about.setReferenceResolver(&resolver);
     ASSERT_TRUE(first->about.setValueFromString(contactUri(BOB)));
     ASSERT_TRUE(second->about.setValueFromString(contactUri(ALICE)));
-    EXPECT_TRUE(first->about.isResolvedReference());
-    EXPECT_TRUE(empty->about.isNull());
 
     Base::PropertyIndexBasePtr index = first->about.createIndex();
     ASSERT_FALSE(index.isNull());
     for (Note* note : {empty, first, second}) ASSERT_TRUE(index->insert(&note->about));
     typedef std::vector<Base::Object*> Owners;
-    EXPECT_EQ((Owners{second, first, empty}), index->get()) << "by target name, null last";
+    EXPECT_EQ((Owners{second, first, empty}), index->get());
     EXPECT_EQ(Owners{first}, index->find(contactUri(BOB)));
-
-    // A change through the property re-files its owner.
     ASSERT_TRUE(first->about.setValueFromString(contactUri(ALICE)));
-    EXPECT_EQ((Owners{second, first}), index->find(contactUri(ALICE)));
+    EXPECT_EQ((Owners{second, first}), index->find(contactUri(ALICE))) << "a change re-files";
     EXPECT_EQ(Owners{}, index->find(contactUri(BOB)));
 
-    // With the target gone the filed values stand in as placeholders of it, in the same order.
-    contacts.remove(ALICE);
+    remove(ALICE);
     EXPECT_FALSE(first->about.isResolvedReference());
     EXPECT_EQ((Owners{second, first, empty}), index->get());
     EXPECT_EQ((Owners{second, first}), index->find(alice));
-}
-
-TEST_F(XObjectReferenceTest, ReadersUnderTheTreeLockSurviveTargetsComingAndGoing) {
-    contacts.add<Contact>("Alice", ALICE);
-    XObjectReference reference(&resolver);
-    ASSERT_TRUE(reference.setValueFromString(contactUri(ALICE)));
-    std::atomic<bool> done{false};
-    std::atomic<int> wrongIds{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i) {
-        readers.emplace_back([&] {
-            while (!done) {
-                Util::ScopedRecursiveReadLock lock(*service.getLock());
-                if (reference.getValue()->getIdentification().toString() != ALICE) ++wrongIds;
-                text(reference.toJSON(0));
-            }
-        });
-    }
-    for (int round = 0; round < 200; ++round) {
-        contacts.remove(ALICE);
-        contacts.add<Contact>("Alice", ALICE);
-    }
-    done = true;
-    for (std::thread& reader : readers) reader.join();
-    EXPECT_EQ(0, wrongIds);
 }
 
 }  // namespace
