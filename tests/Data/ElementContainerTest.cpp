@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <Poco/JSON/Parser.h>
-#include <Poco/JSON/Stringifier.h>
 #include <gtest/gtest.h>
 
 #include "Data/Base/PropertyIndexQuery.h"
@@ -123,7 +122,7 @@ TEST(ElementContainer, PagesInIdOrder) {
     }
 }
 
-TEST(ElementContainer, IndexesFollowFirstValuesAndRemovals) {
+TEST(ElementContainer, RemovalLeavesTheIndexes) {
     Tree tree;
     ASSERT_TRUE(tree.add(1, "alpha", R"(,"count":5)").isSuccess());
     ASSERT_TRUE(tree.add(2, "beta", R"(,"tags":["beta"])").isSuccess());
@@ -131,16 +130,10 @@ TEST(ElementContainer, IndexesFollowFirstValuesAndRemovals) {
     freeText.values = {"beta"};
     EXPECT_EQ(Texts{"beta"}, tree.titles(freeText)) << "once, though found in two indexes";
 
-    const auto update = parse(R"({"count":9,"level":3})");
-    ASSERT_TRUE(tree.items.updateElementFromJSON(Poco::UUID(id(1)), update.get()).isSuccess());
-    EXPECT_EQ(Texts{"alpha"}, tree.byKey("level", "3"))
-        << "an optional property first set by an update is indexed when the update returns";
     AbstractResource::Ptr beta;
     ASSERT_TRUE(tree.items.getElement(Poco::UUID(id(2)), beta).isSuccess());
-    ASSERT_TRUE(beta->setProperty("level", "4").isSuccess());
-    EXPECT_EQ(Texts{"beta"}, tree.byKey("level", "4"))
-        << "a first value set by a client write is indexed through OptionalPropertySet";
-
+    const auto update = parse(R"({"count":9})");
+    ASSERT_TRUE(tree.items.updateElementFromJSON(Poco::UUID(id(1)), update.get()).isSuccess());
     EXPECT_EQ(OperationResult::NOT_FOUND,
               tree.items.updateElementFromJSON(Poco::UUID(id(9)), update.get()).value());
     tree.items.deletable = false;
@@ -169,32 +162,23 @@ TEST(ElementContainer, LoadsElementDataThroughTheServiceUpToARefusal) {
     EXPECT_EQ(2u, tree.items.getDataAsJSON(0)->getArray("elements")->size());
 }
 
+// What the description says of each kind is exercised by the refusal test, which draws its
+// values from it; here: the shape, and the prototype it is made from stays out.
 TEST(ElementContainer, DescribesEveryElementProperty) {
     Tree tree;
     const auto description = tree.items.getSpecificationAsJSON();
     EXPECT_EQ("Item", description->getValue<std::string>("element"));
-    const auto text = [](const Poco::Dynamic::Var& json) {
-        std::ostringstream out;
-        Poco::JSON::Stringifier::stringify(json, out);
-        return out.str();
-    };
-    EXPECT_EQ(R"(["title"])", text(description->get("required")));
+    EXPECT_EQ("title", description->getArray("required")->getElement<std::string>(0));
     const auto properties = description->getObject("properties");
     EXPECT_EQ((Texts{"count", "id", "level", "name", "note", "readonly", "tags", "title", "uri"}),
               properties->getNames());
-    EXPECT_EQ(R"({"default":0,"kind":"integer","maximum":100,"minimum":0,"optional":false,)"
-              R"("writable":true})",
-              text(properties->get("count")));
+    std::ostringstream level;
+    properties->getObject("level")->stringify(level);
     EXPECT_EQ(R"({"default":1,"kind":"integer","maximum":5,"minimum":1,"optional":true,)"
               R"("writable":true})",
-              text(properties->get("level")));
-    EXPECT_EQ(R"({"default":"fixed","format":"text","kind":"string","optional":false,)"
-              R"("writable":false})",
-              text(properties->get("readonly")));
-    EXPECT_EQ("array", properties->getObject("tags")->getValue<std::string>("kind"));
-    EXPECT_EQ("uuid", properties->getObject("id")->getValue<std::string>("kind"));
-    EXPECT_EQ("uri", properties->getObject("uri")->getValue<std::string>("kind"));
-    EXPECT_EQ(0u, tree.items.size()) << "the prototype never joins the resource";
+              level.str());
+    EXPECT_FALSE(properties->getObject("readonly")->getValue<bool>("writable"));
+    EXPECT_EQ(0u, tree.items.size());
 }
 
 TEST(ElementContainer, NotificationsFromForeignElementsAreDropped) {

@@ -85,8 +85,6 @@ public:
     explicit ChangeLog(MediaService& service) : m_service(service) {
         m_service.ElementChanged += Poco::delegate(this, &ChangeLog::onChanged);
     }
-    ChangeLog(const ChangeLog&) = delete;
-    ChangeLog& operator=(const ChangeLog&) = delete;
     ~ChangeLog() { m_service.ElementChanged -= Poco::delegate(this, &ChangeLog::onChanged); }
 
     void onChanged(const void*, const ElementChange& change) {
@@ -292,12 +290,9 @@ OperationResult run(Subject& subject, const Operation& operation) {
 }
 
 std::string describe(unsigned index, const Subject& subject, const Operation& operation) {
-    static const char* const VERBS[] = {"set ", "remove ", "update "};
-    std::string refused;
-    for (const Part& part : operation.parts) refused += part.valid ? "" : " " + part.key;
-    return "#" + std::to_string(index) + " " + VERBS[static_cast<int>(operation.kind)] +
-           subject.element->getUri().getValue().toString() + " " + compact(bodyOf(operation)) +
-           (refused.empty() ? "" : ", refused for" + refused);
+    static const char* const VERBS[] = {" set ", " remove ", " update "};
+    return "#" + std::to_string(index) + VERBS[static_cast<int>(operation.kind)] +
+           subject.element->getUri().getValue().toString() + " " + compact(bodyOf(operation));
 }
 
 // The element's JSON after an accepted `operation`.
@@ -379,7 +374,6 @@ std::set<std::string> without(const std::vector<std::string>& ids, const std::st
     others.erase(id);
     return others;
 }
-
 // Every answer finds the element exactly when its JSON holds the probed text, and answers the
 // same as before for every other element.
 void expectIndexesFollow(const std::vector<Probe>& probes, const Answers& before,

@@ -7,7 +7,6 @@
 #include <Poco/Exception.h>
 #include <Poco/Formatter.h>
 #include <Poco/Message.h>
-#include <Poco/PatternFormatter.h>
 #include <gtest/gtest.h>
 
 #include "TestChannel.h"
@@ -72,15 +71,6 @@ TEST(LogMacros, WriteOneLocatedMessageOnlyWhenTheLevelIsActive) {
             EXPECT_EQ(line, messages[0].sourceLine) << row.text;
         }
     }
-}
-
-TEST(LogMacros, PatternFormatterPrintsLocationBeforeText) {
-    ScopedLogCapture capture(Poco::Message::PRIO_INFORMATION,
-                             new Poco::PatternFormatter("%U:%u %t"));
-    const int line = LOGGED_AT(QES_LOG_WARNING("disk " << 90 << "% full"));
-    EXPECT_EQ(std::vector<std::string>{std::string(THIS_FILE) + ":" + std::to_string(line) +
-                                       " Warning: disk 90% full"},
-              capture.texts());
 }
 
 // A logging failure is not the caller's failure: the macro swallows what the channel throws.
