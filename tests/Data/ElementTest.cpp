@@ -150,38 +150,6 @@ TEST_F(ElementTest, UpdateIsAllOrNothing) {
     EXPECT_TRUE(eventsSoFar().empty());
 }
 
-TEST_F(ElementTest, OptionalPropertiesComeAndGo) {
-    struct Watcher {
-        Texts firstSets;
-        void onSet(const void*, IElementDataChangedSource::OptionalPropertySetEventPayload& p) {
-            firstSets.push_back(p.getSourceProperty()->getKey());
-        }
-    } watcher;
-    element.OptionalPropertySet += Poco::delegate(&watcher, &Watcher::onSet);
-    EXPECT_TRUE(element.knowsProperty("level"));
-    EXPECT_FALSE(element.hasProperty("level"));
-    EXPECT_EQ(OperationResult::INVALID_VALUE, element.setProperty("level", "6").value());
-    EXPECT_TRUE(element.level.isNull()) << "a refused first value creates nothing";
-    EXPECT_TRUE(element.setProperty("level", "4").isSuccess());
-    EXPECT_EQ(element.level.getBase(), element.getProperty("level"));
-    EXPECT_TRUE(element.setProperty("note", "a").isSuccess());
-    EXPECT_TRUE(element.setProperty("note", "b").isSuccess());
-    EXPECT_TRUE(element.removeProperty("note").isSuccess());
-    EXPECT_TRUE(element.setProperty("note", "c").isSuccess());
-    element.level.clear();
-    EXPECT_TRUE(element.level.isNull());
-    EXPECT_FALSE(element.hasProperty("level"));
-    element.level.initPropertyValue();
-    element.level.initPropertyValue();
-    EXPECT_EQ(1, element.level.get()->getValue()) << "the prototype's value";
-    EXPECT_EQ((Texts{"level", "note", "note", "level"}), watcher.firstSets);
-    element.OptionalPropertySet -= Poco::delegate(&watcher, &Watcher::onSet);
-    // Clearing "level" is reported as a removal is; giving it its initial value is not.
-    EXPECT_EQ((std::vector<KeyCollection>{{"level"}, {"note"}, {"note"}, {"note"}, {"note"},
-                                          {"level"}}),
-              eventsSoFar());
-}
-
 TEST_F(ElementTest, DuplicateOptionalKeysAreAProgrammingError) {
     ScopedLogCapture capture(Poco::Message::PRIO_WARNING);
     // "note" is another optional property, "title" a present member property.

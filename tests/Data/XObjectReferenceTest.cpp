@@ -44,6 +44,12 @@ std::string text(const Poco::Dynamic::Var& json) {
     return out.str();
 }
 
+// An object's type name, identifier and path, then its compact JSON.
+std::string identity(const XObject& object) {
+    const XObject::Type& type = object.getType();
+    return type.name + " " + type.identifier + " " + type.path + " " + text(object.toJSON(-1));
+}
+
 // The captured lines, without the object registry's trace lines about its properties.
 Texts referenceLines(const ScopedLogCapture& capture) {
     Texts lines;
@@ -106,26 +112,18 @@ protected:
 };
 
 TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
-    struct Row {
-        std::string uri, typeName, identifier, path;
-    };
     const std::string alice = ALICE;
-    const std::vector<Row> rows = {
-        {contactUri(ALICE), "contactObject", "Phone.contacts.contactObject", "/Phone/contacts/"},
-        {"/Media/media/" + alice, "mediaObject", "Media.media.mediaObject", "/Media/media/"},
-        {"/Shop/classess/" + alice, "classesObject", "Shop.classess.classesObject",
-         "/Shop/classess/"},
-        {"http://host:8080/Phone/contacts/" + alice, "contactObject",
-         "Phone.contacts.contactObject", "/Phone/contacts/"},
+    const std::pair<std::string, std::string> rows[] = {
+        {contactUri(ALICE), "contactObject Phone.contacts.contactObject /Phone/contacts/"},
+        {"/Media/media/" + alice, "mediaObject Media.media.mediaObject /Media/media/"},
+        {"/Shop/classess/" + alice, "classesObject Shop.classess.classesObject /Shop/classess/"},
+        {"http://host:8080" + contactUri(ALICE),
+         "contactObject Phone.contacts.contactObject /Phone/contacts/"},
     };
-    for (const Row& row : rows) {
-        const std::unique_ptr<DummyObject> dummy = DummyObject::createFromUri(row.uri);
-        EXPECT_EQ(row.typeName, dummy->getType().name) << row.uri;
-        EXPECT_EQ(row.identifier, dummy->getType().identifier) << row.uri;
-        EXPECT_EQ(row.path, dummy->getType().path) << row.uri;
-        EXPECT_EQ(ALICE, dummy->getIdentification().toString()) << row.uri;
-        EXPECT_EQ(UNIDENTIFIED, dummy->getName().getValue()) << row.uri;
-        EXPECT_EQ(row.uri, dummy->getUri().getValue().toString()) << row.uri;
+    for (const auto& [uri, type] : rows) {
+        EXPECT_EQ(type + R"( {"id":")" + alice + R"(","name":"unidentified element","uri":")" +
+                      uri + "\"}",
+                  identity(*DummyObject::createFromUri(uri)));
     }
     for (const std::string& uri : {std::string("/Phone/contacts"), contactUri(ALICE) + "/more",
                                    std::string("/"), std::string()}) {
@@ -169,17 +167,16 @@ TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed)
             EXPECT_EQ((Texts{NO_JSON, UNRESOLVED}), referenceLines(capture));
         }
         Contact* alice = add(contacts, "Alice", ALICE);
+        const std::string aliceJson = text(alice->toJSON(-1));
         EXPECT_FALSE(reference.isResolvedReference());
         EXPECT_EQ(alice, reference.getValue());
         EXPECT_TRUE(reference.isResolvedReference());
 
         remove(ALICE);
         EXPECT_FALSE(reference.isResolvedReference());
-        const XObject* fallback = reference.getValue();
-        EXPECT_NE(nullptr, dynamic_cast<const DummyObject*>(fallback));
-        EXPECT_EQ("Alice", fallback->getName().getValue());
-        EXPECT_EQ(ALICE, fallback->getIdentification().toString());
-        EXPECT_EQ("Phone.contacts.contactObject", fallback->getType().identifier);
+        EXPECT_NE(nullptr, dynamic_cast<const DummyObject*>(reference.getValue()));
+        EXPECT_EQ("contactObject Phone.contacts.contactObject /Phone/contacts/ " + aliceJson,
+                  identity(*reference.getValue()));
 
         again = add(contacts, "Alice again", ALICE);
         EXPECT_EQ(again, reference.getValue());
@@ -255,39 +252,22 @@ TEST_F(XObjectReferenceTest, DestroyedHandlerChecksItsTarget) {
     EXPECT_TRUE(reference.isResolvedReference());
 }
 
-TEST_F(XObjectReferenceTest, AllowedTypesRestrictTargets) {
+// Which targets a list of allowed types admits is exercised by the refusal test (albums only,
+// placeholders of albums too); here: the list names identifiers, and a new one must admit the
+// current target.
+TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
     Contact* alice = add(contacts, "Alice", ALICE);
     Note* note = add(notes, "note", BOB);
-    const std::unique_ptr<DummyObject> placeholder = DummyObject::createFromUri(contactUri(BOB));
-    const std::string contact = "Phone.contacts.contactObject", noteType = "Phone.notes.noteObject";
-    struct Row {
-        XObjectReference::OneOf allowed;
-        XObject* target;
-        bool accepted;
-    };
-    const std::vector<Row> rows = {
-        {{}, note, true},
-        {{contact}, alice, true},
-        {{contact}, note, false},
-        {{"contactObject"}, alice, false},  // a type name is no identifier
-        {{contact}, placeholder.get(), true},
-    };
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        XObjectReference reference(&resolver, rows[i].allowed);
-        EXPECT_EQ(rows[i].accepted, reference.setValue(rows[i].target)) << "row " << i;
-        EXPECT_EQ(!rows[i].accepted, reference.isNull()) << "row " << i;
-    }
-    XObjectReference narrowed;
-    narrowed.addAllowedType(noteType);
-    EXPECT_FALSE(narrowed.isValidStringValue(contactUri(ALICE)));
-
-    // A new set must allow the current target; the empty set, though it allows any, is refused.
+    EXPECT_FALSE(XObjectReference(&resolver, {"contactObject"}).setValue(alice));
+    EXPECT_TRUE(XObjectReference(&resolver, {"Phone.contacts.contactObject"}).setValue(alice));
     const std::string refusal = "New allowed type set would not allow current XObject reference";
     XObjectReference reference;
-    EXPECT_EQ("", bugcheckMessage([&] { reference.setAllowedTypes({noteType}); }));
+    EXPECT_EQ("", bugcheckMessage([&] { reference.setAllowedTypes({"Phone.notes.noteObject"}); }));
     EXPECT_EQ("", bugcheckMessage([&] { reference.setAllowedTypes({}); }));
     ASSERT_TRUE(reference.setValue(alice));
-    EXPECT_EQ(refusal, bugcheckMessage([&] { reference.setAllowedTypes({noteType}); }));
+    EXPECT_EQ(refusal,
+              bugcheckMessage([&] { reference.setAllowedTypes({"Phone.notes.noteObject"}); }));
+    // The empty set would allow any type, yet is refused as well.
     EXPECT_EQ(refusal, bugcheckMessage([&] { reference.setAllowedTypes({}); }));
     EXPECT_TRUE(reference.isValidValue(note)) << "a refused set must leave the old one";
 }
@@ -327,22 +307,13 @@ TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
     }
 }
 
-TEST_F(XObjectReferenceTest, WritesTheTargetOneLevelDownAndReadsItBack) {
-    Contact* alice = add(contacts, "Alice", ALICE);
-    XObjectReference reference;
-    ASSERT_TRUE(reference.setValue(alice));
-    EXPECT_EQ(text(alice->toJSON(-1)), text(reference.toJSON(0)));
-    EXPECT_EQ(text(alice->toJSON(-1)), text(reference.getGenericValue()));
-    EXPECT_EQ(text(alice->toJSON(0)), text(reference.toJSON(1)));
-    EXPECT_NE(std::string::npos, text(reference.toJSON(1)).find("\"number\""));
-
-    XObjectReference placeholder, readBack, resolved(&resolver);
+// A placeholder writes its own id, name and URI, and they read back into a like placeholder.
+TEST_F(XObjectReferenceTest, APlaceholderReadsBackFromItsText) {
+    XObjectReference placeholder, readBack;
     ASSERT_TRUE(placeholder.setValueFromString(contactUri(BOB)));
     ASSERT_TRUE(readBack.setValueFromString(placeholder.toString()));
-    EXPECT_TRUE(readBack == placeholder) << "a placeholder writes its own id, name and URI";
+    EXPECT_TRUE(readBack == placeholder);
     EXPECT_EQ(contactUri(BOB), readBack.getValue()->getUri().getValue().toString());
-    ASSERT_TRUE(resolved.setValueFromString(reference.toString()));
-    EXPECT_EQ(alice, resolved.getValue());
 }
 
 TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
