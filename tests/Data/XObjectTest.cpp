@@ -137,22 +137,5 @@ TEST(XObject, OrdersByNameThenIdAndEqualsById) {
     EXPECT_TRUE(a1 != a2);
 }
 
-TEST(XObject, DestroyedSeesTheWholeObject) {
-    std::vector<std::string> seen;
-    struct Watcher {
-        std::vector<std::string>* seen;
-        void onDestroyed(const void* sender, const XObject& object) {
-            EXPECT_EQ(&object, sender);
-            seen->push_back(object.getName().getValue() + " " +
-                            std::to_string(object.getPropertyKeys().size()));
-        }
-    } watcher{&seen};
-    {
-        Identified object("alpha", PropertyValueUuid());
-        object.Destroyed += Poco::delegate(&watcher, &Watcher::onDestroyed);
-    }
-    EXPECT_EQ(std::vector<std::string>{"alpha 3"}, seen);
-}
-
 }  // namespace
 }  // namespace Kivo::Data
