@@ -156,8 +156,6 @@ public:
 
     explicit Watchdog(std::chrono::seconds deadline)
         : m_thread([this, deadline] { watch(deadline); }) {}
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
     ~Watchdog() {
         {
             std::lock_guard<std::mutex> lock(m_mutex);

@@ -43,14 +43,10 @@ struct EventLog {
         valueSeen.push_back(m_property.getPropertyValue().toString());
     }
     void onUpdated(const void*, Payload& payload) {
-        const bool changed = payload.getEvent() == Payload::PROPERTY_VALUE_CHANGED;
-        order.push_back(changed ? "Updated" : "OwnerChanged");
+        order.push_back("Updated");
         EXPECT_EQ(&m_property, payload.getSourceProperty());
-        if (changed) {
-            genericOld.push_back(payload.getPreviousValue().convert<std::string>());
-        } else {
-            EXPECT_TRUE(payload.getPreviousValue().isEmpty());
-        }
+        EXPECT_EQ(Payload::PROPERTY_VALUE_CHANGED, payload.getEvent());
+        genericOld.push_back(payload.getPreviousValue().convert<std::string>());
     }
 
     P& m_property;
