@@ -49,11 +49,13 @@ struct Tree {
     Items items{service};
 
     OperationResult add(int n, const std::string& title, const std::string& extra = "") {
-        const auto json = parse("{\"id\":\"" + id(n) + "\",\"title\":\"" + title + "\"" + extra + "}");
+        const auto json =
+            parse("{\"id\":\"" + id(n) + "\",\"title\":\"" + title + "\"" + extra + "}");
         return items.addElement(json.get());
     }
     static std::string titleOf(const AbstractResource::Ptr& element) {
-        return element.isNull() ? "null" : static_cast<const TestElement&>(*element).title.getValue();
+        return element.isNull() ? "null"
+                                : static_cast<const TestElement&>(*element).title.getValue();
     }
     Texts titles(const Base::PropertyIndexQuery& query) {
         AbstractResource::ElementQueryResult found;
@@ -119,8 +121,10 @@ TEST(ElementContainer, PagesInIdOrder) {
         Texts titles;  // a refused page keeps what the result held
     };
     const Row rows[] = {
-        {0, 10, OperationResult::OK, {"t1", "t2", "t3"}}, {1, 1, OperationResult::OK, {"t2"}},
-        {3, 5, OperationResult::OK, {}}, {4, 1, OperationResult::INVALID_VALUE, {"null"}},
+        {0, 10, OperationResult::OK, {"t1", "t2", "t3"}},
+        {1, 1, OperationResult::OK, {"t2"}},
+        {3, 5, OperationResult::OK, {}},
+        {4, 1, OperationResult::INVALID_VALUE, {"null"}},
         {-1, 1, OperationResult::INVALID_VALUE, {"null"}},
         {0, -1, OperationResult::INVALID_VALUE, {"null"}},
     };

@@ -94,8 +94,8 @@ TEST_F(ElementTest, SetAndRemovePropertyResultsAndLogLines) {
     };
     for (const Row& row : rows) {
         capture.channel().clear();
-        const OperationResult result = row.remove ? element.removeProperty(row.key)
-                                                  : element.setProperty(row.key, row.value);
+        const OperationResult result =
+            row.remove ? element.removeProperty(row.key) : element.setProperty(row.key, row.value);
         EXPECT_EQ(row.result, result.value()) << row.key << " " << row.value;
         EXPECT_EQ(row.log ? Texts{row.log} : Texts(), capture.texts()) << row.key;
     }
@@ -112,7 +112,8 @@ TEST_F(ElementTest, WithoutPostAccessOnlyRemovalWorks) {
     EXPECT_FALSE(element.note.setValueFromString("x"));
     EXPECT_TRUE(element.note.isNull());
     EXPECT_EQ(OperationResult::FORBIDDEN, element.setProperty("note", "x").value());
-    EXPECT_EQ(OperationResult::FORBIDDEN, element.updateByJSON(parse(R"({"title":"x"})").get()).value());
+    EXPECT_EQ(OperationResult::FORBIDDEN,
+              element.updateByJSON(parse(R"({"title":"x"})").get()).value());
     EXPECT_EQ(OperationResult::OK, element.removeProperty("tags").value());
     EXPECT_EQ(OperationResult::OK, element.removeProperty("note").value());
 }

@@ -65,7 +65,8 @@ TEST(LocalReferenceResolver, ResolvesByTypePathAndId) {
     for (const Row& row : rows) {
         XObject::Type type = contact;
         if (*row.path != '\0') type.path = row.path;
-        XObject reference(type, PropertyValueString("someone"), PropertyValueUuid(std::string(row.id)));
+        XObject reference(type, PropertyValueString("someone"),
+                          PropertyValueUuid(std::string(row.id)));
         XObject* result = &reference;
         EXPECT_EQ(row.resolved, resolver.resolve(&reference, result)) << row.path << row.id;
         EXPECT_EQ(row.resolved ? alice.get() : nullptr, result) << row.path << row.id;

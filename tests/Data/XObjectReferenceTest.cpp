@@ -72,7 +72,8 @@ std::string bugcheckMessage(const std::function<void()>& action) {
 class Contact : public Element {
 public:
     explicit Contact(AbstractResource& resource)
-        : Element("contactObject", resource), number("number", this, Base::PropertyValueString("555")) {
+        : Element("contactObject", resource),
+          number("number", this, Base::PropertyValueString("555")) {
         number.registerAtOwner();
     }
     Base::PropertyString number;
@@ -81,7 +82,8 @@ public:
 // An element pointing at a contact; clients may write every key.
 class Note : public Element {
 public:
-    explicit Note(AbstractResource& resource) : Element("noteObject", resource), about("about", this) {
+    explicit Note(AbstractResource& resource)
+        : Element("noteObject", resource), about("about", this) {
         about.registerAtOwner();
     }
     bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
@@ -193,10 +195,8 @@ TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed)
     };
     const std::string json = text(again->toJSON(-1));
     const std::vector<Row> rows = {
-        {contactUri(ALICE), &resolver, true, "Alice again"},
-        {json, &resolver, true, "Alice again"},
-        {contactUri(ALICE), nullptr, false, UNIDENTIFIED},
-        {json, nullptr, false, "Alice again"},
+        {contactUri(ALICE), &resolver, true, "Alice again"}, {json, &resolver, true, "Alice again"},
+        {contactUri(ALICE), nullptr, false, UNIDENTIFIED},   {json, nullptr, false, "Alice again"},
         {contactUri(BOB), &resolver, false, UNIDENTIFIED},
     };
     for (const Row& row : rows) {
@@ -246,7 +246,8 @@ TEST_F(XObjectReferenceTest, DestroyedHandlerChecksItsTarget) {
     EXPECT_NE(std::string::npos, message.find("src/Data/XObjectReference.cpp")) << message;
     ASSERT_TRUE(reference.setValue(alice));
     message = bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *bob); });
-    EXPECT_NE(std::string::npos, message.find("invalid reference - received event from wrong xobject"))
+    EXPECT_NE(std::string::npos,
+              message.find("invalid reference - received event from wrong xobject"))
         << message;
     EXPECT_EQ(alice, reference.getValue());
     EXPECT_TRUE(reference.isResolvedReference());
@@ -287,8 +288,8 @@ TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
         bool equal;
     };
     const std::vector<Row> rows = {
-        {none, none, 0, true},        {none, toAlice, 1, false},      {toAlice, none, -1, false},
-        {toAlice, toBob, -1, false},  {toBob, toAlice, 1, false},     {toAlice, aliceCopy, 0, true},
+        {none, none, 0, true},           {none, toAlice, 1, false},  {toAlice, none, -1, false},
+        {toAlice, toBob, -1, false},     {toBob, toAlice, 1, false}, {toAlice, aliceCopy, 0, true},
         {aliceShadow, toAlice, 0, true},  // a placeholder compares like its target
     };
     for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -300,9 +301,14 @@ TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
         EXPECT_EQ(!rows[i].equal, rows[i].left != rows[i].right) << "row " << i;
         EXPECT_EQ(rows[i].order, left.compare(right)) << "row " << i;
     }
-    for (const auto& [pattern, matches] : std::vector<std::pair<std::string, bool>>{
-             {"Alice", true}, {"Ali", false}, {ALICE, true}, {contactUri(ALICE), true},
-             {"/Phone/.*", true}, {"555", false}, {"/Phone/contacts", false}}) {
+    for (const auto& [pattern, matches] :
+         std::vector<std::pair<std::string, bool>>{{"Alice", true},
+                                                   {"Ali", false},
+                                                   {ALICE, true},
+                                                   {contactUri(ALICE), true},
+                                                   {"/Phone/.*", true},
+                                                   {"555", false},
+                                                   {"/Phone/contacts", false}}) {
         EXPECT_EQ(matches, toAlice.matches(Poco::RegularExpression(pattern))) << pattern;
     }
 }
@@ -326,12 +332,14 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
     const std::vector<Row> rows = {
         {contactUri(ALICE), true, {NO_JSON}},
         {alice + R"(,"uri":")" + contactUri(ALICE) + "\"}", true, {}},
-        {"/Phone/contacts", false,
+        {"/Phone/contacts",
+         false,
          {NO_JSON, BAD_URI,
           "Trace: Failed to create XObject Reference from URI: Invalid argument: Invalid XObject "
           "URI",
           PARSE_FAILED}},
-        {alice + "}", false,
+        {alice + "}",
+         false,
          {BAD_URI,
           "Trace: Failed to create XObject Reference from JSON: Invalid argument: Invalid "
           "XObject URI",

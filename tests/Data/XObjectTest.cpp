@@ -93,7 +93,8 @@ TEST(XObject, JsonInitialisationStopsAtTheFirstFailure) {
     for (const Row& row : rows) {
         capture.channel().clear();
         Identified object;
-        EXPECT_EQ(row.result, object.initXObjectFromJSON(parse(row.json).get()).value()) << row.json;
+        EXPECT_EQ(row.result, object.initXObjectFromJSON(parse(row.json).get()).value())
+            << row.json;
         EXPECT_EQ(row.name, object.getName().getValue()) << row.json;
         const std::vector<std::string> texts = capture.texts();
         EXPECT_EQ(row.log ? row.log : "", texts.empty() ? "" : texts.back()) << row.json;
@@ -101,9 +102,9 @@ TEST(XObject, JsonInitialisationStopsAtTheFirstFailure) {
     capture.channel().clear();
     Identified object;
     EXPECT_EQ(OperationResult::PROCESSING_ERROR, object.initXObjectFromJSON(nullptr).value());
-    EXPECT_EQ(std::vector<std::string>{
-                  "Error: Tried to initialise XObject properties from NULL-Pointer"},
-              capture.texts());
+    EXPECT_EQ(
+        std::vector<std::string>{"Error: Tried to initialise XObject properties from NULL-Pointer"},
+        capture.texts());
 
     // An exception while applying a member passes through, logged without a separator.
     capture.channel().clear();
@@ -116,7 +117,8 @@ TEST(XObject, JsonInitialisationStopsAtTheFirstFailure) {
               capture.texts());
 
     const auto good = parse(R"({"id":")" + ID + R"(","name":"n","uri":"/Thing/x"})");
-    EXPECT_EQ("/Thing/x", Identified(XObject::Type("Thing"), good.get()).getUri().getValue().toString());
+    EXPECT_EQ("/Thing/x",
+              Identified(XObject::Type("Thing"), good.get()).getUri().getValue().toString());
     try {
         Identified failed(XObject::Type("Thing"), parse(R"({"name":"n"})").get());
         FAIL() << "the JSON constructor accepted an object without id";

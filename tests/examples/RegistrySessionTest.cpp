@@ -33,7 +33,6 @@ Poco::JSON::Object::Ptr object(const Poco::Dynamic::Var& json) {
     return json.extract<Poco::JSON::Object::Ptr>();
 }
 
-
 std::string text(const Poco::Dynamic::Var& json) {
     std::ostringstream out;
     Poco::JSON::Stringifier::stringify(json, out);

@@ -34,7 +34,9 @@ TEST(Object, TypeAndLock) {
     EXPECT_EQ("/Service/", Object::Type("Media", TestObject("Service")).path);
 
     for (auto construct : {+[] { TestObject object("T", Kivo::RecursiveRWLockPtr()); },
-                           +[] { TestObject copy{TestObject(), Kivo::RecursiveRWLockPtr()}; }}) {
+                           +[] {
+                               TestObject copy{TestObject(), Kivo::RecursiveRWLockPtr()};
+                           }}) {
         try {
             construct();
             ADD_FAILURE() << "a null lock was accepted";

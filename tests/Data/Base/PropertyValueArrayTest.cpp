@@ -19,11 +19,13 @@ typedef std::vector<std::string> Texts;
 
 TEST(PropertyValueArray, TakesAWholeJsonArrayOrKeepsTheOldOne) {
     const Texts kept = {"keep"};
+    // clang-format off
     const std::pair<std::string, Texts> rows[] = {
         {R"(["b", "a", "b"])", {"a", "b", "b"}}, {"[]", {}}, {"[5, true]", {"5", "true"}},
         {"word", kept}, {R"({"a": "b"})", kept}, {"", kept}, {R"(["a", null])", kept},
         {R"(["a",)", kept},
     };
+    // clang-format on
     for (const auto& [text, stored] : rows) {
         StringArray array;
         ASSERT_TRUE(array.addElement("keep"));
@@ -45,8 +47,8 @@ TEST(PropertyValueArray, TakesAWholeJsonArrayOrKeepsTheOldOne) {
     EXPECT_TRUE(out.empty()) << "a refused element empties the output";
 
     VersionArray versions;
-    EXPECT_FALSE(versions.setValue(
-        {VersionArray::element_type("1.0"), VersionArray::element_type("one")}));
+    EXPECT_FALSE(
+        versions.setValue({VersionArray::element_type("1.0"), VersionArray::element_type("one")}));
     EXPECT_EQ(0u, versions.size());
 }
 

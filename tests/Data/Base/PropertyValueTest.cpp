@@ -76,6 +76,7 @@ TEST(PropertyValue, EachKindTakesAWholeValidTextOrKeepsItsValue) {
     const std::string knownUuid = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
     const Writer uuid = into(PropertyValueUuid(knownUuid));
     const std::string undefined = S::UNDEFINED_VALUE;
+    // clang-format off
     const std::vector<TextRow> rows = {
         {boolean, "false", true, "false"}, {boolean, "True", false, "true"},
         {boolean, " true", false, "true"}, {boolean, "1", false, "true"},
@@ -114,6 +115,7 @@ TEST(PropertyValue, EachKindTakesAWholeValidTextOrKeepsItsValue) {
         {uri, "", false, "/svc/a"},
         {uri, "http://host:8080/svc/res/42?q=1", true, "http://host:8080/svc/res/42?q=1"},
     };
+    // clang-format on
     for (std::size_t i = 0; i < rows.size(); ++i) {
         const auto [accepted, stored] = rows[i].write(rows[i].text);
         EXPECT_EQ(rows[i].accepted, accepted) << "row " << i << " '" << rows[i].text << "'";
@@ -133,6 +135,7 @@ TEST(PropertyValueNumber, RoundsHalfAwayFromZeroWithinRange) {
     struct Row {
         long resolution, given, stored;
     };
+    // clang-format off
     const Row rows[] = {
         {10, 14, 10}, {10, 15, 20}, {10, -15, -20}, {10, -14, -10}, {10, 0, 0}, {3, 5, 6},
         // Integer halving: with 3 the half is 1, so 4 already rounds away.
@@ -141,6 +144,7 @@ TEST(PropertyValueNumber, RoundsHalfAwayFromZeroWithinRange) {
         {0, LONG_MIN, 0}, {10, LONG_MAX, LONG_MAX - 7}, {10, LONG_MIN, LONG_MIN + 8},
         {LONG_MIN, -5, 0},
     };
+    // clang-format on
     for (const Row& row : rows) {
         Number value(0, {}, {}, row.resolution);
         EXPECT_TRUE(value.setValue(row.given)) << row.resolution << " / " << row.given;
