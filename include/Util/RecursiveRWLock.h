@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -26,8 +27,10 @@ namespace Kivo::Util {
 /// - Unlocking a side the calling thread does not hold throws Poco::IllegalStateException and
 ///   leaves the lock as it was.
 ///
-/// Re-entry and the uncontended paths allocate nothing. The lock must outlive every holder;
-/// it is not copyable.
+/// Re-entry and the uncontended paths allocate nothing while a thread reads at most 16 locks at
+/// once; the lock keeps the read holds of a thread beyond those in a map of its own. The
+/// per-thread bookkeeping has no destructor, so locking keeps working while static objects are
+/// destroyed at exit. The lock must outlive every holder; it is not copyable.
 class RecursiveRWLock {
 public:
     RecursiveRWLock() = default;
@@ -48,8 +51,13 @@ public:
     /// Throws Poco::IllegalStateException if this thread does not hold the write side.
     void writeUnlock();
 
+    /// Whether the calling thread holds either side of any RecursiveRWLock.
+    static bool isAnyHeldByCallingThread();
+
 private:
     bool isWriter() const;
+    // Books the calling thread's last read hold of this lock out. REQUIRES: m_mutex.
+    void releaseReadSide();
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
@@ -62,6 +70,9 @@ private:
     unsigned m_readerThreads = 0;
     unsigned m_waitingWriters = 0;
     unsigned m_waitingReaders = 0;
+    // Guarded by m_mutex: read depth of the threads whose per-thread slots were all taken when
+    // they first took the read side.
+    std::map<std::thread::id, unsigned> m_overflowReads;
 };
 
 /// Holds one side of a RecursiveRWLock from construction to destruction (or to unlock()).

@@ -1,6 +1,7 @@
 #include "Util/RecursiveRWLock.h"
 
-#include <vector>
+#include <cstddef>
+#include <type_traits>
 
 #include <Poco/Exception.h>
 
@@ -8,29 +9,39 @@ namespace Kivo::Util {
 
 namespace {
 
-// How deep the current thread holds the read side of each lock it reads. A thread seldom
-// holds more than a few locks at once, so a short vector scanned linearly beats a map, and
-// its capacity is kept, so steady-state locking allocates nothing.
+// How deep the calling thread holds the read side of each lock it reads, in a few fixed slots
+// scanned linearly: a thread seldom holds more than a few locks at once. Further holds go to
+// the lock's own overflow map. Trivially destructible on purpose: the runtime destroys the main
+// thread's thread_local objects before static objects, and a tree held in a static object is
+// read (and so locked) while it is torn down at exit.
+constexpr std::size_t READ_HOLD_SLOTS = 16;
+
 struct ReadHold {
     const RecursiveRWLock* lock;
     unsigned depth;
 };
 
-thread_local std::vector<ReadHold> t_readHolds;
+struct ThreadHolds {
+    ReadHold reads[READ_HOLD_SLOTS];
+    std::size_t readCount;  // slots in use, from the front
+    unsigned sidesHeld;     // sides (read or write) of any lock the thread holds, overflow included
+};
+static_assert(std::is_trivially_destructible_v<ThreadHolds>);
+
+thread_local ThreadHolds t_holds;
 
 ReadHold* findReadHold(const RecursiveRWLock* lock) {
-    for (ReadHold& hold : t_readHolds) {
-        if (hold.lock == lock) return &hold;
+    for (std::size_t i = 0; i < t_holds.readCount; ++i) {
+        if (t_holds.reads[i].lock == lock) return &t_holds.reads[i];
     }
     return nullptr;
 }
 
-void dropReadHold(ReadHold* hold) {
-    *hold = t_readHolds.back();
-    t_readHolds.pop_back();
-}
+void dropReadHold(ReadHold* hold) { *hold = t_holds.reads[--t_holds.readCount]; }
 
 }  // namespace
+
+bool RecursiveRWLock::isAnyHeldByCallingThread() { return t_holds.sidesHeld != 0; }
 
 bool RecursiveRWLock::isWriter() const {
     return m_writer.load(std::memory_order_relaxed) == std::this_thread::get_id();
@@ -42,6 +53,11 @@ void RecursiveRWLock::readLock() {
         return;
     }
     std::unique_lock<std::mutex> guard(m_mutex);
+    const auto overflow = m_overflowReads.find(std::this_thread::get_id());
+    if (overflow != m_overflowReads.end()) {
+        ++overflow->second;
+        return;
+    }
     if (!isWriter()) {
         ++m_waitingReaders;
         m_changed.wait(guard, [this] {
@@ -50,18 +66,35 @@ void RecursiveRWLock::readLock() {
         });
         --m_waitingReaders;
     }
+    if (t_holds.readCount < READ_HOLD_SLOTS) {
+        t_holds.reads[t_holds.readCount++] = ReadHold{this, 1};
+    } else {
+        m_overflowReads.emplace(std::this_thread::get_id(), 1);
+    }
     ++m_readerThreads;
-    t_readHolds.push_back(ReadHold{this, 1});
+    ++t_holds.sidesHeld;
 }
 
 void RecursiveRWLock::readUnlock() {
-    ReadHold* hold = findReadHold(this);
-    if (hold == nullptr) {
+    if (ReadHold* hold = findReadHold(this)) {
+        if (--hold->depth > 0) return;
+        dropReadHold(hold);
+        std::lock_guard<std::mutex> guard(m_mutex);
+        releaseReadSide();
+        return;
+    }
+    std::lock_guard<std::mutex> guard(m_mutex);
+    const auto overflow = m_overflowReads.find(std::this_thread::get_id());
+    if (overflow == m_overflowReads.end()) {
         throw Poco::IllegalStateException("RecursiveRWLock: read side is not held by this thread");
     }
-    if (--hold->depth > 0) return;
-    dropReadHold(hold);
-    std::lock_guard<std::mutex> guard(m_mutex);
+    if (--overflow->second > 0) return;
+    m_overflowReads.erase(overflow);
+    releaseReadSide();
+}
+
+void RecursiveRWLock::releaseReadSide() {
+    --t_holds.sidesHeld;
     --m_readerThreads;
     if (m_waitingWriters > 0) m_changed.notify_all();
 }
@@ -71,8 +104,10 @@ void RecursiveRWLock::writeLock() {
         ++m_writeDepth;
         return;
     }
-    const unsigned ownReads = findReadHold(this) != nullptr ? 1 : 0;
+    const bool readsInSlot = findReadHold(this) != nullptr;
     std::unique_lock<std::mutex> guard(m_mutex);
+    const unsigned ownReads =
+        readsInSlot || m_overflowReads.count(std::this_thread::get_id()) != 0 ? 1 : 0;
     ++m_waitingWriters;
     m_changed.wait(guard, [this, ownReads] {
         return m_writer.load(std::memory_order_relaxed) == std::thread::id() &&
@@ -81,6 +116,7 @@ void RecursiveRWLock::writeLock() {
     --m_waitingWriters;
     m_writer.store(std::this_thread::get_id(), std::memory_order_relaxed);
     m_writeDepth = 1;
+    ++t_holds.sidesHeld;
 }
 
 void RecursiveRWLock::writeUnlock() {
@@ -88,6 +124,7 @@ void RecursiveRWLock::writeUnlock() {
         throw Poco::IllegalStateException("RecursiveRWLock: write side is not held by this thread");
     }
     if (--m_writeDepth > 0) return;
+    --t_holds.sidesHeld;
     std::lock_guard<std::mutex> guard(m_mutex);
     m_writer.store(std::thread::id(), std::memory_order_relaxed);
     if (m_waitingWriters > 0 || m_waitingReaders > 0) m_changed.notify_all();
