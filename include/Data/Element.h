@@ -37,7 +37,10 @@ typedef std::set<std::string> KeyCollection;
 /// - the sender is the element's address, which may already be destroyed when a subscriber runs:
 ///   identify the element by the payload's id; raises still queued when the element is destroyed
 ///   are delivered all the same;
-/// - an exception thrown by a subscriber is logged and swallowed.
+/// - an exception thrown by a subscriber is logged and swallowed;
+/// - delivery ends where DataChangedDelivery says: the last Service to be destroyed waits for
+///   the queue, and after DataChangedDelivery::shutdown(), which a process calls before main
+///   returns, every raise is delivered synchronously on the raising thread instead.
 /// A subscriber that removes its delegate is never called afterwards, so it may be destroyed as
 /// soon as the removal returns.
 ///

@@ -62,7 +62,11 @@ public:
     /// Not copyable: resources register with one service by its address.
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
-    /// Logs a critical line when resources are still registered; deletes none of them.
+    /// Logs a critical line when resources are still registered; deletes none of them. The
+    /// last service alive in the process waits until every queued DataChanged has been
+    /// delivered (DataChangedDelivery::drain), unless it is destroyed by a DataChanged
+    /// subscriber or while the destroying thread holds a tree lock: do not destroy it while
+    /// holding anything else a subscriber waits for.
     ~Service() override;
 
     /// The "description" property: the constructor's text until initFromJSON replaces it.

@@ -18,6 +18,7 @@
 #include "Data/Base/PropertyUuid.h"
 #include "Data/Base/PropertyValue.h"
 #include "Data/Base/PropertyValueArray.h"
+#include "Data/DataChangedDelivery.h"
 #include "Data/Element.h"
 #include "Data/ElementContainer.h"
 #include "Data/OperationResult.h"

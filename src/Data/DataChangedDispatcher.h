@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_SRC_DATA_DATACHANGEDDISPATCHER_H
 #define QESSERVICEDATALIB_SRC_DATA_DATACHANGEDDISPATCHER_H
 
+#include <condition_variable>
 #include <deque>
 #include <mutex>
 
@@ -12,7 +13,9 @@ namespace Kivo::Data {
 
 // Delivers DataChanged raises on Poco's default thread pool, one at a time, in the order they
 // were posted. A pool task drains the queue; when the pool has no idle thread, the pool is
-// grown by one rather than refusing the raise. Thread-safe; lives for the whole process.
+// grown by one rather than refusing the raise. After shutdown() every raise is delivered at
+// once on the raising thread. Thread-safe; lives for the whole process. The semantics of
+// drain() and shutdown() are those of DataChangedDelivery.
 class DataChangedDispatcher : public Poco::Runnable {
 public:
     typedef IElementDataChangedSource::DataChangedEventPayload Payload;
@@ -21,10 +24,15 @@ public:
     static DataChangedDispatcher& instance();
 
     // Queues one delivery to `delegates` (the event's subscribers when it was raised; those
-    // removed since are disabled and skipped); never throws for a busy pool.
+    // removed since are disabled and skipped), or makes it at once after shutdown(); never
+    // throws for a busy pool.
     void post(Delegates delegates, const void* sender, const Payload& payload);
 
-    // Drains the queue (runs on a pool thread).
+    bool drain();
+    bool shutdown();
+    bool isSynchronous();
+
+    // Drains the queue (on a pool thread, or on a thread in drain() when none does).
     void run() override;
 
 private:
@@ -36,11 +44,17 @@ private:
 
     DataChangedDispatcher() = default;
     void startDrainer();
+    // Waits until the queue is empty and nobody drains it, draining it on this thread when no
+    // pool task does. REQUIRES: `lock` holds m_mutex; not called on a delivering thread.
+    void waitUntilIdle(std::unique_lock<std::mutex>& lock);
     static void deliver(Delivery& delivery);
 
     std::mutex m_mutex;
-    std::deque<Delivery> m_queue;  // guarded by m_mutex
-    bool m_draining = false;       // guarded by m_mutex: a pool task owns the queue
+    std::condition_variable m_idle;  // notified when the drainer finds the queue empty
+    std::deque<Delivery> m_queue;    // guarded by m_mutex
+    bool m_draining = false;         // guarded by m_mutex: a thread owns the queue
+    bool m_shutdownAsked = false;    // guarded by m_mutex: go synchronous once the queue is empty
+    bool m_synchronous = false;      // guarded by m_mutex
 };
 
 }  // namespace Kivo::Data

@@ -1,6 +1,7 @@
 #include "Data/Service.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include <Poco/String.h>
 #include <Poco/URI.h>
 
+#include "Data/DataChangedDelivery.h"
 #include "Logging/Log.h"
 
 namespace Kivo::Data {
@@ -28,6 +30,9 @@ const std::string Service::KEY_VERSIONS = "versions";
 namespace {
 
 const char* const NULL_JSON = "Tried to create service object from NULL-Pointer";
+
+// Services alive in the process; the last one to go drains DataChanged delivery.
+std::atomic<unsigned> g_liveServices{0};
 
 typedef PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY> Category;
 typedef PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_VERSION> Version;
@@ -70,6 +75,7 @@ Service::Service(const std::string& name, const std::string& description, std::u
     }
     setUri(Base::PropertyValueUri("/" + name));
     addReferenceResolver(&m_localResolver);
+    ++g_liveServices;
 }
 
 Service::~Service() {
@@ -77,6 +83,11 @@ Service::~Service() {
         QES_LOG_CRITICAL("Service object " << getName().getValue()
                                            << " is destroyed before all dependent resource "
                                               "objects have been deleted!");
+    }
+    // A subscriber's own thread cannot wait for the queue, and one holding a tree lock might wait
+    // for a subscriber that waits for that lock: both leave the queue as it is.
+    if (--g_liveServices == 0 && !Util::RecursiveRWLock::isAnyHeldByCallingThread()) {
+        DataChangedDelivery::drain();
     }
 }
 
