@@ -102,20 +102,6 @@ TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
     EXPECT_EQ(text(json), text(service.toJSON(0))) << "the description round-trips";
 }
 
-TEST(Service, OwnerSideWritesAndOutsideWrites) {
-    Service service("Media", "", 1, PropertyValueUuid());
-    EXPECT_TRUE(service.addServiceCategory("navigation"));
-    EXPECT_FALSE(service.addServiceCategory("Navigation")) << "fails the category format";
-    EXPECT_TRUE(service.addVersion("v2"));
-    EXPECT_FALSE(service.addVersion("2.x"));
-    EXPECT_TRUE(service.addPrivilege("anything goes"));
-    EXPECT_EQ(1u, service.getServiceCategories().getPropertyValue().size());
-    EXPECT_EQ(1u, service.getVersions().getPropertyValue().size());
-    service.updateServiceId(Poco::UUID(ID));
-    EXPECT_EQ(ID, service.getIdentification().toString());
-    EXPECT_FALSE(service.getProperty("description")->setValueFromString("changed from outside"));
-}
-
 TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
     ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
     Service service("Media", "music", 1, PropertyValueUuid(ID));
@@ -134,14 +120,10 @@ TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
                   "Error: Failed to unregister resource Tracks from parent service Media"}),
               capture.texts());
 
-    Poco::JSON::Object::Ptr data = service.getDataAsJSON(0);
-    const auto resources = data->getArray("resources");
+    const auto resources = service.getDataAsJSON(0)->getArray("resources");
     ASSERT_EQ(2u, resources->size());
-    EXPECT_EQ("Albums", resources->getObject(0)->getValue<std::string>("name"));
-    EXPECT_EQ("Tracks", resources->getObject(1)->getValue<std::string>("name"));
+    EXPECT_EQ("Albums", resources->getObject(0)->getValue<std::string>("name")) << "name order";
     EXPECT_FALSE(resources->getObject(0)->has("elements"));
-    data->remove("resources");
-    EXPECT_EQ(text(service.toJSON(0)), text(data));
     EXPECT_TRUE(
         service.getDataAsJSON(true, 0)->getArray("resources")->getObject(1)->has("elements"));
 
@@ -159,7 +141,6 @@ TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
 class OnDemandService : public Service {
 public:
     OnDemandService() : Service("Media", "", 1, PropertyValueUuid()) {}
-    ~OnDemandService() override { extra.reset(); }
 
     std::unique_ptr<TestResource> extra;
 
@@ -183,49 +164,27 @@ TEST(Service, ResourceDescriptions) {
     EXPECT_EQ("d", service.extra->getDescription().getValue());
     EXPECT_TRUE(capture.texts().empty());
 
-    struct Row {
-        const char* json;
-        std::vector<std::string> log;
-    };
-    const Row rows[] = {
-        {R"([{"description":"no name"}])",
-         {"Error: Failed to init service resource from JSON: Invalid JSON data. Could not find "
-          "property 'name'.",
-          "Error: Failed to initialise a service resource from JSON."}},
+    const std::string noName =
+        "Error: Failed to init service resource from JSON: Invalid JSON data. Could not find "
+        "property 'name'.";
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
+        {R"([{"description":"no name"}])", {noName}},
+        {R"([5])", {noName}},
         {R"([{"name":"Albums"}])",
-         {"Error: Failed to parse Service resource from JSON: Resource name 'Albums' is unknown",
-          "Error: Failed to initialise a service resource from JSON."}},
+         {"Error: Failed to parse Service resource from JSON: Resource name 'Albums' is unknown"}},
         {R"([{"name":"Tracks","id":"6ba7b810-9dad-11d1-80b4-00c04fd430c8","uri":"/Media/Tracks"}])",
          {"Error: Failed to init property description for Tracks: not found in JSON Object.",
           "Error: Failed to initialise resource object from JSON:  could not initialise property "
           "description",
-          "Error: Failed to parse resource Tracksof service Media",
-          "Error: Failed to initialise a service resource from JSON."}},
-        {R"([5])",
-         {"Error: Failed to init service resource from JSON: Invalid JSON data. Could not find "
-          "property 'name'.",
-          "Error: Failed to initialise a service resource from JSON."}},
+          "Error: Failed to parse resource Tracksof service Media"}},
     };
-    for (const Row& row : rows) {
+    for (auto [json, log] : rows) {
         capture.channel().clear();
-        const auto array = parseArray(row.json);
-        EXPECT_FALSE(service.initResourcesFromJSON(array.get())) << row.json;
-        EXPECT_EQ(row.log, capture.texts()) << row.json;
+        EXPECT_FALSE(service.initResourcesFromJSON(parseArray(json).get())) << json;
+        log.push_back("Error: Failed to initialise a service resource from JSON.");
+        EXPECT_EQ(log, capture.texts()) << json;
     }
 }
-
-// Resolves every placeholder to one fixed object.
-class FixedResolver : public IReferenceResolver {
-public:
-    explicit FixedResolver(XObject* object) : m_object(object) {}
-    bool resolve(XObject*, XObject*& result) const override {
-        result = m_object;
-        return true;
-    }
-
-private:
-    XObject* m_object;
-};
 
 // Not convertible to text: a description member of this type makes initialisation throw.
 struct Opaque {};
@@ -257,12 +216,6 @@ TEST(Service, ResolvesTheElementsOfItsResourcesWhileTheyLive) {
     EXPECT_THROW(service.initResourceFromJSON(throwing.get()), Poco::BadCastException);
     EXPECT_EQ(held.get(), resolved(service, "/Media/Songs")) << "still filed after the throw";
 
-    // Another resource taking that URI does not replace the first, nor take it out as it goes.
-    auto other = std::make_unique<Items>(service, "Else");
-    ASSERT_TRUE(other->addElement(element.get()).isSuccess());
-    ASSERT_TRUE(service.initResourceFromJSON(resourceJSON("Else", "/Media/Songs").get()));
-    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
-    other.reset();
     // Names that differ only in case: destroying one removes exactly that one.
     auto lower = std::make_unique<Items>(service, "tracks");
     ASSERT_TRUE(lower->addElement(element.get()).isSuccess());
@@ -281,13 +234,6 @@ TEST(Service, ResolvesTheElementsOfItsResourcesWhileTheyLive) {
     EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
     EXPECT_EQ((LocalReferenceResolver::SourceList{&tracks}),
               service.getLocalResolver().getSources());
-
-    // Resolvers appended to the chain are asked only when the service's own one fails.
-    Service elsewhere("Radio", "", 1, PropertyValueUuid());
-    FixedResolver fallback(&elsewhere);
-    ASSERT_TRUE(service.addReferenceResolver(&fallback));
-    EXPECT_EQ(held.get(), resolved(service, "/Media/Songs"));
-    EXPECT_EQ(&elsewhere, resolved(service, "/Media/Albums"));
 }
 
 }  // namespace
