@@ -1,6 +1,8 @@
 # The `docs` target: the API reference from the public headers, in <build>/doc/html.
 # It exists only when Doxygen is installed (tools/setup.sh --docs), and fails on any Doxygen
-# warning, so an undocumented public declaration breaks it.
+# warning, so an undocumented public declaration breaks it. Once built, the reference is
+# installed with the development files into <prefix>/share/doc/QesServiceDataLib/html; the
+# install does not build it.
 
 find_package(Doxygen)
 if(NOT DOXYGEN_FOUND)
@@ -16,3 +18,8 @@ add_custom_target(docs
     WORKING_DIRECTORY "${QES_DOCS_OUTPUT_DIR}"
     COMMENT "Building the API reference in ${QES_DOCS_OUTPUT_DIR}/html"
     VERBATIM)
+
+install(DIRECTORY "${QES_DOCS_OUTPUT_DIR}/html"
+    DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+    COMPONENT development
+    OPTIONAL)

@@ -1,13 +1,16 @@
-# Installs the library, its public headers, a CMake package and a pkg-config file, in two
-# components: "runtime" (the versioned library and its soname link) and "development" (the rest).
+# Installs the library, its public headers, a CMake package, a pkg-config file and the
+# documentation, in two components: "runtime" (the versioned library and its soname link) and
+# "development" (the rest).
 #
 #   <prefix>/<libdir>/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
 #   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base}/*.h
 #   <prefix>/<libdir>/cmake/QesServiceDataLib/QesServiceDataLib{Config,ConfigVersion,Targets}.cmake
 #   <prefix>/<libdir>/pkgconfig/QesServiceDataLib.pc
+#   <prefix>/share/doc/QesServiceDataLib/THREADS.md, and html/ (the API reference) when the
+#   `docs` target has built it (Docs.cmake)
 #
 # <libdir> is GNUInstallDirs' choice: "lib" for most prefixes, Debian's multiarch directory
-# ("lib/x86_64-linux-gnu") for /usr.
+# ("lib/x86_64-linux-gnu") for /usr. The documentation directory is its CMAKE_INSTALL_DOCDIR.
 #
 # Clients include headers relative to <prefix>/include/QesServiceDataLib
 # (#include <Data/Element.h>), which is the include directory both packages hand out.
@@ -75,4 +78,8 @@ configure_file(
     @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
     DESTINATION "${QES_INSTALL_PKGCONFIGDIR}"
+    COMPONENT development)
+
+install(FILES "${PROJECT_SOURCE_DIR}/doc/THREADS.md"
+    DESTINATION "${CMAKE_INSTALL_DOCDIR}"
     COMPONENT development)

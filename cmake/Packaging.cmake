@@ -3,8 +3,9 @@
 #   libqesservicedatalib<soversion>  component "runtime": libQesServiceDataLib.so.<version> and
 #                                    its soname link; depends on what dpkg-shlibdeps finds
 #   libqesservicedatalib-dev         component "development": the .so link, headers, CMake
-#                                    package and .pc file; depends on exactly that runtime
-#                                    package and on libpoco-dev
+#                                    package, .pc file and the documentation (THREADS.md, and
+#                                    the API reference if built); depends on exactly that
+#                                    runtime package and on libpoco-dev
 #
 # The example programs and their data (component "examples") are in neither package.
 #
@@ -72,7 +73,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "This package holds the shared library.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "This package holds the headers, the CMake package and the pkg-config file\nfor building clients.")
+    "This package holds the headers, the CMake package, the pkg-config file and\nthe documentation for building clients.")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)

@@ -63,6 +63,7 @@ loaded_library() {
     realpath -e "$(ldd "$1" | awk '$1 == "libQesServiceDataLib.so.08304" { print $3 }')"
 }
 owned_by "$multiarch_libdir/libQesServiceDataLib.so.08304" "$runtime_package"
+owned_by /usr/share/doc/QesServiceDataLib/THREADS.md "$development_package"
 
 echo "== client through the CMake package in /usr"
 unset CMAKE_PREFIX_PATH PKG_CONFIG_PATH
