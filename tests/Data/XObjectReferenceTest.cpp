@@ -107,10 +107,12 @@ protected:
     }
     void remove(const char* id) { ASSERT_TRUE(contacts.removeElement(Poco::UUID(id)).isSuccess()); }
 
+    // Before the containers: the references of their elements resolve through it until the
+    // elements go, and the containers read the references as they drop them from their indexes.
+    LocalReferenceResolver resolver;
     Service service{"Phone", "phone", 80, Base::PropertyValueUuid()};
     Kivo::Test::TestContainer<Contact> contacts{service, "contacts"};
     Kivo::Test::TestContainer<Note> notes{service, "notes"};
-    LocalReferenceResolver resolver;
 };
 
 TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
