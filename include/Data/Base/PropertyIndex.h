@@ -328,10 +328,14 @@ bool PropertyIndex<TProperty>::remove(Object* object) {
         entry = walk(owner, range);
         if (entry == m_index.end()) return false;
     }
-    const filing_ptr taken = filingOf(entry);
+    const filing_ptr own = filed->second;
+    const filing_ptr taken = entry->second == property ? own : filingOf(entry);
     unobserve(taken);
-    const auto ownerFiled = m_objectMap.find(owner);
-    const filing_ptr keyed = ownerFiled == m_objectMap.end() ? m_filings.end() : ownerFiled->second;
+    filing_ptr keyed = own;
+    if (owner != own->second.key) {
+        const auto ownerFiled = m_objectMap.find(owner);
+        keyed = ownerFiled == m_objectMap.end() ? m_filings.end() : ownerFiled->second;
+    }
     if (keyed != m_filings.end()) unfile(keyed);
     eraseEntry(taken, entry);
     if (keyed != m_filings.end() && keyed != taken) release(keyed);
@@ -565,7 +569,7 @@ void PropertyIndex<TProperty>::onPropertyDataChanged(const void*,
         entry = walk(owner, range);
         if (entry == range.second) return;
     }
-    const filing_ptr taken = filingOf(entry);
+    const filing_ptr taken = entry->second == property ? filing : filingOf(entry);
     eraseEntry(taken, entry);
     addEntry(filing);
     if (taken != filing) release(taken);
