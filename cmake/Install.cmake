@@ -3,7 +3,7 @@
 # "development" (the rest).
 #
 #   <prefix>/<libdir>/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
-#   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base}/*.h
+#   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base,Client}/*.h
 #   <prefix>/<libdir>/cmake/QesServiceDataLib/QesServiceDataLib{Config,ConfigVersion,Targets}.cmake
 #   <prefix>/<libdir>/pkgconfig/QesServiceDataLib.pc
 #   <prefix>/share/doc/QesServiceDataLib/THREADS.md, and html/ (the API reference) when the

@@ -94,6 +94,10 @@ public:
                                                   const Poco::JSON::Object* json);
     /// Adds the elements of a JSON array of element objects (their JSON form).
     virtual OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements);
+    /// A new element of the kind the resource holds that does not join it: not held, indexed
+    /// or observed, with a lock of its own. It shows what an element carries before one exists
+    /// (a client's new element is checked against it). Null in the base.
+    virtual Ptr createDetachedElement() const;
     ///@}
 
     /// The resource's own property keys (Object's); getElementPropertyKeys lists the indexed

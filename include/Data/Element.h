@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_DATA_ELEMENT_H
 #define QESSERVICEDATALIB_DATA_ELEMENT_H
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -145,6 +146,17 @@ public:
     OperationResult updateByJSON(const Poco::JSON::Object* json);
     /// Every present property; those whose key is in `expand` at depth 1, the others at 0.
     Poco::JSON::Object::Ptr toJSON(const std::vector<std::string>& expand) const;
+    /// Runs `changes` with the write lock held and raises the DataChanged events they cause
+    /// as one, listing every key those events named, once `changes` returns; nothing when they
+    /// caused none. Writes, updates and removals made inside count alike, so a caller makes
+    /// several of them one change. When `changes` throws, what it changed so far is raised as
+    /// one and the exception passes. A nested call folds into the outermost.
+    void changeAsOne(const std::function<void()>& changes);
+    /// The declaration of the optional property `key`, or null when `key` is not optional.
+    /// REQUIRES: the read lock, held while the answer is used.
+    const OptionalPropertyBase* getOptionalProperty(const Base::PropertyKey& key) const {
+        return findOptional(key);
+    }
 
     /// The resource the element belongs to; not owned, never null.
     AbstractResource* getResource() const { return m_resource; }
@@ -192,9 +204,15 @@ private:
                                            const std::string& text);
     OptionalPropertyBase* findOptional(const Base::PropertyKey& key) const;
     void raiseDataChanged(const DataChangedEventPayload& payload);
+    void raiseCombined();
 
     AbstractResource* m_resource;             // not owned; outlives the element
     OptionalPropertyMap m_optionalProperties;  // guarded by the write lock; not owned
+    // While changeAsOne runs: the keys its changes raised, and whether any raise happened.
+    // Guarded by the write lock, which changeAsOne holds throughout.
+    bool m_combining = false;
+    bool m_combinedRaised = false;
+    KeyCollection m_combinedKeys;
 };
 
 }  // namespace Kivo::Data

@@ -78,6 +78,8 @@ public:
     /// What an element of this resource carries, read from a fresh E (see
     /// AbstractResource::specificationOf for the shape).
     Poco::JSON::Object::Ptr getSpecificationAsJSON() const override;
+    /// A fresh E built under this resource, which it does not join.
+    Ptr createDetachedElement() const override;
 
     /// The container allows reading, writing and deleting; override to restrict clients.
     bool isPostAllowed() const override { return true; }
@@ -114,6 +116,12 @@ Poco::JSON::Object::Ptr ElementContainer<E>::getSpecificationAsJSON() const {
     // The prototype never joins the resource; it only needs a resource to be built under.
     E prototype(const_cast<ElementContainer&>(*this));
     return specificationOf(prototype);
+}
+
+template <class E>
+AbstractResource::Ptr ElementContainer<E>::createDetachedElement() const {
+    // As for the prototype above: the element only needs a resource to be built under.
+    return Ptr(new E(const_cast<ElementContainer&>(*this)));
 }
 
 template <class E>

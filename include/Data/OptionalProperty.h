@@ -47,6 +47,10 @@ public:
     virtual ~OptionalPropertyBase() = default;
     /// Creates the property object with its initial value, if it does not exist.
     virtual void initPropertyValue() = 0;
+    /// The value a first write starts from, which fixes format, limits and allowed words, so
+    /// that a write can be judged while no property object exists; null where the concrete
+    /// class does not say. Comes after the slots above; the base answers null.
+    virtual const Base::PropertyValueBase* getPrototype() const { return nullptr; }
 
     /// True from construction, and again after clear(), until a value is in place: the next
     /// accepted write is then a first value.
@@ -102,6 +106,7 @@ public:
         return (m_property ? m_property->getPropertyValue() : m_prototype).isValidStringValue(text);
     }
     void initPropertyValue() override;
+    const Base::PropertyValueBase* getPrototype() const override { return &m_prototype; }
 
 private:
     const V m_prototype;

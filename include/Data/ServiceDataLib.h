@@ -3,6 +3,7 @@
 
 // Every public header of the library.
 
+#include "Client/ElementWriter.h"
 #include "Data/AbstractResource.h"
 #include "Data/Base/Object.h"
 #include "Data/Base/Property.h"

@@ -95,6 +95,8 @@ OperationResult AbstractResource::initResourceDataFromJSON(const Poco::JSON::Arr
     return OperationResult(OperationResult::INVALID_OPERATION);
 }
 
+AbstractResource::Ptr AbstractResource::createDetachedElement() const { return Ptr(); }
+
 Poco::JSON::Object::Ptr AbstractResource::toJSON(int depth) const { return Object::toJSON(depth); }
 
 Poco::JSON::Object::Ptr AbstractResource::toJSON(bool withElements, int depth) const {

@@ -381,8 +381,41 @@ void Element::onPropertyDestroyed(const PropertyEventPayload& payload) {
     raiseDataChanged(DataChangedEventPayload(*this, key));
 }
 
+void Element::changeAsOne(const std::function<void()>& changes) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    if (m_combining) {
+        changes();
+        return;
+    }
+    m_combining = true;
+    try {
+        changes();
+    } catch (...) {
+        raiseCombined();
+        throw;
+    }
+    raiseCombined();
+}
+
+void Element::raiseCombined() {
+    m_combining = false;
+    if (!m_combinedRaised) return;
+    m_combinedRaised = false;
+    DataChangedEventPayload payload(*this, std::string());
+    payload.setSourcePropertyKeys(m_combinedKeys);
+    m_combinedKeys.clear();
+    raiseDataChanged(payload);
+}
+
 void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
     if (!DataChanged.isEnabled()) return;
+    // Only the thread inside changeAsOne can get here while it runs: it holds the write lock.
+    if (m_combining) {
+        m_combinedKeys.insert(payload.getSourcePropertyKeys().begin(),
+                              payload.getSourcePropertyKeys().end());
+        m_combinedRaised = true;
+        return;
+    }
     auto delegates = DataChanged.copyDelegates();
     // Without subscribers there is nobody to deliver to, now or later.
     if (delegates.empty()) return;

@@ -1,0 +1,101 @@
+#include <condition_variable>
+#include <mutex>
+
+#include <Poco/Delegate.h>
+#include <Poco/JSON/Object.h>
+#include <benchmark/benchmark.h>
+
+#include "Client/ElementWriter.h"
+#include "Data/ElementContainer.h"
+#include "Data/Service.h"
+
+namespace {
+
+using namespace Kivo::Data;
+using Base::PropertyValueString;
+using Base::PropertyValueUuid;
+
+// An element with one writable text, which its container indexes.
+class Item : public Element {
+public:
+    explicit Item(AbstractResource& resource)
+        : Element("Item", resource), text("text", this, PropertyValueString("a")) {
+        text.registerAtOwner();
+    }
+    bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
+
+    Base::PropertyString text;
+};
+
+class Items : public ElementContainer<Item> {
+public:
+    explicit Items(Service& service)
+        : ElementContainer<Item>(service, "Items", "Items", PropertyValueUuid()) {
+        init();
+    }
+    ~Items() override { clear(); }
+};
+
+// Counts deliveries and lets a caller wait for a given count.
+class Counter {
+public:
+    void onDataChanged(const void*, IElementDataChangedSource::DataChangedEventPayload&) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_count;
+        m_arrived.notify_all();
+    }
+    void waitFor(long count) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_arrived.wait(lock, [&] { return m_count >= count; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_arrived;
+    long m_count = 0;  // guarded by m_mutex
+};
+
+// One element whose indexed text flips between two values, observed by one DataChanged
+// subscriber; `write` applies one of the two updates.
+template <typename Write>
+void flipText(benchmark::State& state, Write write) {
+    Service service("Bench", "benchmark service", 1, PropertyValueUuid());
+    Items items(service);
+    const Poco::UUID id("6f1c2a4e-0b7d-4c8e-9a3f-2d5e8b1c7a90");
+    Poco::JSON::Object json;
+    json.set("id", id.toString());
+    if (!items.addElement(&json).isSuccess()) state.SkipWithError("element not added");
+    AbstractResource::Ptr element;
+    items.getElement(id, element);
+    Counter counter;
+    element->DataChanged += Poco::delegate(&counter, &Counter::onDataChanged);
+    Poco::JSON::Object updates[2];
+    updates[0].set("text", "b");
+    updates[1].set("text", "a");
+    Kivo::Client::ElementWriter writer(items);
+    long writes = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(write(items, writer, id, updates[writes++ % 2]));
+    }
+    counter.waitFor(writes);
+    element->DataChanged -= Poco::delegate(&counter, &Counter::onDataChanged);
+    element.reset();
+}
+
+// The core's client update of one text.
+void BM_WriteCoreUpdate(benchmark::State& state) {
+    flipText(state, [](Items& items, Kivo::Client::ElementWriter&, const Poco::UUID& id,
+                       const Poco::JSON::Object& values) {
+        return items.updateElementFromJSON(id, &values);
+    });
+}
+BENCHMARK(BM_WriteCoreUpdate);
+
+// The same update through the typed writer, which checks and then makes the core call above.
+void BM_WriteElementWriterUpdate(benchmark::State& state) {
+    flipText(state, [](Items&, Kivo::Client::ElementWriter& writer, const Poco::UUID& id,
+                       const Poco::JSON::Object& values) { return writer.update(id, values); });
+}
+BENCHMARK(BM_WriteElementWriterUpdate);
+
+}  // namespace

@@ -1,0 +1,256 @@
+#include "Client/ElementWriter.h"
+
+#include <exception>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Data/AbstractResource.h"
+#include "Data/OptionalProperty.h"
+#include "Logging/Log.h"
+#include "MemberCheck.h"
+
+namespace Kivo::Client {
+
+using Data::AbstractResource;
+using Data::Element;
+using Data::OperationResult;
+using Data::Base::PropertyKey;
+
+namespace {
+
+// What a checked request does besides writing its values.
+struct Plan {
+    // How many members carry a value (not null).
+    std::size_t values = 0;
+    // The optional properties that a null removes.
+    std::vector<PropertyKey> removals;
+    // Whether the client's object cannot go to the core as it is: it holds a null, or a
+    // number the core would not read as the integer it stands for.
+    bool rewrite = false;
+
+    // The members for the core's JSON operations: the client's own object, or in `rewritten`
+    // its values without nulls and with integral numbers as integers. Every number left after
+    // the type checks belongs to an integer property.
+    const Poco::JSON::Object* forCore(const Poco::JSON::Object& client,
+                                      Poco::JSON::Object& rewritten) const {
+        if (!rewrite) return &client;
+        for (const std::string& key : client.getNames()) {
+            const Poco::Dynamic::Var& member = client.get(key);
+            if (member.isEmpty()) continue;
+            const bool integral = member.isNumeric() && !member.isInteger();
+            rewritten.set(key, integral ? Poco::Dynamic::Var(
+                                              static_cast<Poco::Int64>(member.convert<double>()))
+                                        : member);
+        }
+        return &rewritten;
+    }
+};
+
+OperationResult logged(OperationResult::Value code, const std::string& message) {
+    QES_LOG_DEBUG("ElementWriter: " << message);
+    return OperationResult(code, message);
+}
+
+OperationResult logged(const OperationResult& result) {
+    return logged(result.value(), result.toString());
+}
+
+OperationResult noSuchElement(const std::string& id) {
+    return logged(OperationResult::NOT_FOUND, "id " + id + ": no such element");
+}
+
+// The check of a non-null member against what the element holds under `key` (known), or
+// none when `key` has no property after all.
+std::optional<MemberCheck> checkOf(const Element& element, const PropertyKey& key) {
+    std::optional<MemberCheck> check;
+    const Data::OptionalPropertyBase* optional = element.getOptionalProperty(key);
+    if (optional != nullptr && optional->isNull()) {
+        check.emplace(key, *optional);
+    } else if (const Data::Base::PropertyBase* property = element.getProperty(key)) {
+        check.emplace(key, property->getPropertyValueBase());
+    }
+    return check;
+}
+
+// The first round, in the object's order: names, gates, nulls and JSON types; the first
+// refusal answers. `gated` asks the element's per-key gate. REQUIRES: the element's read lock.
+OperationResult checkMembers(const Element& element, const Poco::JSON::Object& json, bool gated,
+                             Plan& plan) {
+    for (const std::string& key : json.getNames()) {
+        if (!element.knowsProperty(key)) {
+            return logged(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
+        }
+        if (gated && !element.isPostAllowed(key)) {
+            return logged(OperationResult::FORBIDDEN, key + ": clients may not write it");
+        }
+        const Poco::Dynamic::Var& member = json.get(key);
+        if (member.isEmpty()) {
+            const Data::OptionalPropertyBase* optional = element.getOptionalProperty(key);
+            if (optional == nullptr) {
+                return logged(OperationResult::INVALID_VALUE,
+                              key + ": is not optional, so null cannot remove it");
+            }
+            if (!optional->isNull()) plan.removals.push_back(key);
+            plan.rewrite = true;
+            continue;
+        }
+        const std::optional<MemberCheck> check = checkOf(element, key);
+        if (!check) {
+            return logged(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
+        }
+        const OperationResult checked = check->checkType(member);
+        if (!checked.isSuccess()) return logged(checked);
+        if (member.isNumeric() && !member.isInteger()) plan.rewrite = true;
+        ++plan.values;
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+// Why the element (or, for a new element, its prototype) refused a value of `json` that
+// passed the first round: the first member whose property refuses it. REQUIRES: the read lock.
+OperationResult explainRefusal(const Element& element, const Poco::JSON::Object& json,
+                               const OperationResult& refusal) {
+    for (const std::string& key : json.getNames()) {
+        const Poco::Dynamic::Var& member = json.get(key);
+        if (member.isEmpty()) continue;
+        const std::optional<MemberCheck> check = checkOf(element, key);
+        if (!check) continue;
+        const OperationResult explained = check->explain(member);
+        if (!explained.isSuccess()) return logged(explained);
+    }
+    return logged(refusal.value(),
+                  element.getType().name + ": refused (" + refusal.toString() + ")");
+}
+
+OperationResult missingRequired(const AbstractResource& resource, const Poco::JSON::Object& json) {
+    for (const PropertyKey& key : resource.getRequiredProperties()) {
+        if (!json.has(key) || json.get(key).isEmpty()) {
+            return logged(OperationResult::INVALID_OBJECT, key + ": is required");
+        }
+    }
+    return OperationResult(OperationResult::OK);
+}
+
+// Writes and removes as `plan` says, raising one DataChanged for all of it. The core update
+// goes first: it is the only step that can refuse, and it changes nothing when it does. Without
+// removals it raises its one event itself.
+OperationResult apply(AbstractResource& resource, Element& element, const Poco::UUID& id,
+                      const Poco::JSON::Object& values, const Plan& plan) {
+    Poco::JSON::Object rewritten;
+    const Poco::JSON::Object* forCore = plan.forCore(values, rewritten);
+    if (plan.removals.empty()) return resource.updateElementFromJSON(id, forCore);
+    OperationResult result(OperationResult::OK);
+    element.changeAsOne([&] {
+        if (plan.values != 0) {
+            result = resource.updateElementFromJSON(id, forCore);
+            if (!result.isSuccess()) return;
+        }
+        for (const PropertyKey& key : plan.removals) element.removeProperty(key);
+        result = OperationResult(OperationResult::OK);
+    });
+    return result;
+}
+
+}  // namespace
+
+OperationResult ElementWriter::add(const Poco::JSON::Object& element) {
+    if (!m_resource.isPostAllowed()) {
+        return logged(OperationResult::FORBIDDEN,
+                      m_resource.getType().name + ": clients may not add or change elements");
+    }
+    try {
+        return addChecked(element);
+    } catch (const std::exception& error) {
+        return logged(
+            OperationResult::PROCESSING_ERROR,
+            m_resource.getType().name + ": the element could not be added: " + error.what());
+    }
+}
+
+OperationResult ElementWriter::addChecked(const Poco::JSON::Object& element) {
+    const AbstractResource::Ptr prototype = m_resource.createDetachedElement();
+    if (prototype.isNull()) {
+        return logged(OperationResult::INVALID_OPERATION,
+                      m_resource.getType().name + ": holds no elements");
+    }
+    OperationResult checked = missingRequired(m_resource, element);
+    if (!checked.isSuccess()) return checked;
+    // Nobody else knows the prototype; its lock is taken for the contract's sake.
+    Util::ScopedRecursiveReadLock lock(*prototype->getLock());
+    Plan plan;
+    checked = checkMembers(*prototype, element, false, plan);
+    if (!checked.isSuccess()) return checked;
+    Poco::JSON::Object rewritten;
+    const OperationResult added = m_resource.addElement(plan.forCore(element, rewritten));
+    if (added.isSuccess()) return added;
+    if (added == OperationResult::DUPLICATE) {
+        return logged(OperationResult::DUPLICATE,
+                      "id " + element.getValue<std::string>(Data::XObject::KEY_ID) +
+                          ": an element with this id exists already");
+    }
+    return explainRefusal(*prototype, element, added);
+}
+
+OperationResult ElementWriter::update(const Poco::UUID& id, const Poco::JSON::Object& values) {
+    if (!m_resource.isPostAllowed()) {
+        return logged(OperationResult::FORBIDDEN,
+                      m_resource.getType().name + ": clients may not add or change elements");
+    }
+    try {
+        return updateLocked(id, values);
+    } catch (const std::exception& error) {
+        return logged(
+            OperationResult::PROCESSING_ERROR,
+            "id " + id.toString() + ": the update could not be carried out: " + error.what());
+    }
+}
+
+OperationResult ElementWriter::updateLocked(const Poco::UUID& id,
+                                            const Poco::JSON::Object& values) {
+    // Checks and writes under one write lock, so nothing changes between them.
+    Util::ScopedRecursiveWriteLock lock(*m_resource.getLock());
+    AbstractResource::Ptr element;
+    const OperationResult found = m_resource.getElement(id, element);
+    if (found == OperationResult::NOT_FOUND) return noSuchElement(id.toString());
+    if (!found.isSuccess()) {
+        return logged(found.value(), m_resource.getType().name + ": holds no elements");
+    }
+    Plan plan;
+    const OperationResult checked = checkMembers(*element, values, true, plan);
+    if (!checked.isSuccess()) return checked;
+    if (plan.values == 0 && plan.removals.empty()) {
+        return OperationResult(OperationResult::NO_UPDATE);
+    }
+    const OperationResult applied = apply(m_resource, *element, id, values, plan);
+    if (applied.isSuccess()) return applied;
+    return explainRefusal(*element, values, applied);
+}
+
+OperationResult ElementWriter::set(const Poco::UUID& id, const PropertyKey& key,
+                                   const Poco::Dynamic::Var& value) {
+    Poco::JSON::Object values;
+    values.set(key, value);
+    return update(id, values);
+}
+
+OperationResult ElementWriter::remove(const Poco::UUID& id) {
+    if (!m_resource.isDeleteAllowed()) {
+        return logged(OperationResult::FORBIDDEN,
+                      m_resource.getType().name + ": clients may not remove elements");
+    }
+    try {
+        const OperationResult removed = m_resource.removeElement(id);
+        if (removed == OperationResult::NOT_FOUND) return noSuchElement(id.toString());
+        if (!removed.isSuccess()) {
+            return logged(removed.value(), m_resource.getType().name + ": holds no elements");
+        }
+        return removed;
+    } catch (const std::exception& error) {
+        return logged(
+            OperationResult::PROCESSING_ERROR,
+            "id " + id.toString() + ": the element could not be removed: " + error.what());
+    }
+}
+
+}  // namespace Kivo::Client
