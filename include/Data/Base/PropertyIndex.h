@@ -265,11 +265,17 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
     if (property == nullptr || property->getParent() == nullptr) return false;
     if (property->getKey() != m_key) return false;
     Object* owner = property->getParent();
-    if (m_objectMap.count(owner) != 0 || m_filings.count(property) != 0) return false;
-    const position entry = m_index.emplace(property->getPropertyValue(), property);
-    const filing_ptr filing =
-        m_filings.emplace(property, Filing{property, owner, entry, 1, true, true}).first;
-    m_objectMap.emplace(owner, filing);
+    const auto [filed, isNewObject] = m_objectMap.try_emplace(owner, m_filings.end());
+    if (!isNewObject) return false;
+    const position entry = m_index.end();
+    const auto [filing, isNewProperty] =
+        m_filings.try_emplace(property, Filing{property, owner, entry, 1, true, true});
+    if (!isNewProperty) {
+        m_objectMap.erase(filed);
+        return false;
+    }
+    filing->second.entry = m_index.emplace(property->getPropertyValue(), property);
+    filed->second = filing;
     registerPropertyEvents(property);
     return true;
 }
