@@ -3,7 +3,9 @@
 
 // Every public header of the library.
 
+#include "Client/ElementSearch.h"
 #include "Client/ElementWriter.h"
+#include "Client/TextPattern.h"
 #include "Data/AbstractResource.h"
 #include "Data/Base/Object.h"
 #include "Data/Base/Property.h"

@@ -59,32 +59,49 @@ protected:
     const PropertyKey m_key;
 };
 
-/// The expression of a query text whose one wildcard is trailing: "^" + prefix + ".*$", the
-/// texts that begin with `prefix` and hold no line break after it. It is an ordinary compiled
-/// expression (studied, no options) and matches exactly that; it also tells an index ordered by
-/// text its literal prefix, so the index can answer with a range instead of a scan. The
-/// expression class has no virtual functions, so indexes recognise it by a registry of the live
-/// ones (PrefixRegularExpression::of), which any thread may use.
+/// The expression of a query text whose one wildcard is trailing, in one of two modes:
+/// - PREFIX_LINE: "^" + prefix + ".*$", the texts that begin with `prefix` and hold no line
+///   break after it. The prefix must be free of expression syntax.
+/// - PREFIX_TEXT: every text that begins with `prefix`, line breaks included: the prefix with
+///   its expression syntax escaped, then ".*" under the dot-all option. Any prefix without NUL
+///   is accepted, so a client's literal text can be searched as it is.
+/// As Poco's whole-text match never matches the empty text, neither mode finds it.
+/// It is an ordinary compiled expression (studied) and matches exactly that; it also tells an
+/// index ordered by text its literal prefix and mode, so the index can answer with a range
+/// instead of a scan. The expression class has no virtual functions, so indexes recognise it by
+/// a registry of the live ones (PrefixRegularExpression::of), which any thread may use.
 class PrefixRegularExpression : public Poco::RegularExpression {
 public:
-    /// Throws Poco::InvalidArgumentException when `prefix` holds expression syntax
-    /// (\\ ^ $ . | ? * + ( ) [ ] { }) or a NUL, where the pattern would not mean the literal
-    /// prefix.
-    explicit PrefixRegularExpression(const std::string& prefix);
+    /// What may follow the prefix, and which prefixes are accepted.
+    enum Mode {
+        /// Any text without line break; the prefix must be literal (isLiteral).
+        PREFIX_LINE,
+        /// Any text; the prefix may hold anything but NUL.
+        PREFIX_TEXT,
+    };
+
+    /// Throws Poco::InvalidArgumentException for a NUL in `prefix` and, in PREFIX_LINE, for
+    /// expression syntax (\\ ^ $ . | ? * + ( ) [ ] { }), where the pattern would not mean the
+    /// literal prefix. A prefix too long for the expression library throws its
+    /// Poco::RegularExpressionException.
+    explicit PrefixRegularExpression(const std::string& prefix, Mode mode = PREFIX_LINE);
     PrefixRegularExpression(const PrefixRegularExpression&) = delete;
     PrefixRegularExpression& operator=(const PrefixRegularExpression&) = delete;
     ~PrefixRegularExpression();
 
-    /// Whether `text` can be the prefix of a PrefixRegularExpression.
+    /// Whether `text` can be the prefix of a PREFIX_LINE expression.
     static bool isLiteral(const std::string& text);
     /// The PrefixRegularExpression that `re` is, or null for any other expression.
     static const PrefixRegularExpression* of(const Poco::RegularExpression& re);
 
     /// The literal prefix.
     const std::string& getPrefix() const { return m_prefix; }
+    /// The mode given at construction.
+    Mode getMode() const { return m_mode; }
 
 private:
     const std::string m_prefix;
+    const Mode m_mode;
 };
 
 /// An index, shared: a PropertyIndexUser's map and property factories (createIndex) hand
@@ -226,7 +243,7 @@ private:
     bool isKeptAnswer(const Filing& filing, const Object* owner, const key_type& value) const;
     // The first entry of `range` whose property belongs to `owner`, or the end of the range.
     static position walk(const Object* owner, std::pair<position, position> range);
-    std::vector<Object*> findPrefix(const std::string& prefix) const;
+    std::vector<Object*> findPrefix(const PrefixRegularExpression& re) const;
     static std::vector<Object*> owners(typename value_map::const_iterator first,
                                        typename value_map::const_iterator last);
 
@@ -495,7 +512,7 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
     std::vector<Object*> result;
     if constexpr (IS_TEXT) {
         if (const PrefixRegularExpression* prefixed = PrefixRegularExpression::of(re)) {
-            return findPrefix(prefixed->getPrefix());
+            return findPrefix(*prefixed);
         }
         for (const auto& entry : m_index) {
             if (re.match(entry.first.key_type::getValue(), 0)) {
@@ -511,14 +528,16 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
 }
 
 template <class TProperty>
-std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const std::string& prefix) const {
+std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const PrefixRegularExpression& re) const {
     std::vector<Object*> result;
     if constexpr (IS_TEXT) {
+        const std::string& prefix = re.getPrefix();
+        const bool anyTail = re.getMode() == PrefixRegularExpression::PREFIX_TEXT;
         for (auto entry = m_index.lower_bound(prefix); entry != m_index.end(); ++entry) {
             const std::string& text = entry->first.key_type::getValue();
             if (text.compare(0, prefix.size(), prefix) != 0) break;
-            // ".*" stops at a line break and a match never covers the empty text.
-            if (text.find('\n', prefix.size()) == std::string::npos && !text.empty()) {
+            // Without dot-all, ".*" stops at a line break; a match never covers the empty text.
+            if (!text.empty() && (anyTail || text.find('\n', prefix.size()) == std::string::npos)) {
                 result.push_back(entry->second->getParent());
             }
         }

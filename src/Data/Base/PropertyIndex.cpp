@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <string_view>
 
 #include <Poco/Exception.h>
 
@@ -23,22 +24,46 @@ PrefixRegistry& prefixRegistry() {
     return *registry;
 }
 
-std::string prefixPattern(const std::string& prefix) {
+const char* const EXPRESSION_SYNTAX = "\\^$.|?*+()[]{}";
+
+std::string escaped(const std::string& text) {
+    std::string result;
+    result.reserve(text.size() * 2);
+    for (const char c : text) {
+        if (std::string_view(EXPRESSION_SYNTAX).find(c) != std::string_view::npos) result += '\\';
+        result += c;
+    }
+    return result;
+}
+
+std::string prefixPattern(const std::string& prefix, PrefixRegularExpression::Mode mode) {
+    if (mode == PrefixRegularExpression::PREFIX_TEXT) {
+        if (prefix.find('\0') != std::string::npos) {
+            throw Poco::InvalidArgumentException("A prefix expression needs a prefix without NUL");
+        }
+        return "^" + escaped(prefix) + ".*$";
+    }
     if (!PrefixRegularExpression::isLiteral(prefix)) {
         throw Poco::InvalidArgumentException("A prefix expression needs a literal prefix", prefix);
     }
     return "^" + prefix + ".*$";
 }
 
+int prefixOptions(PrefixRegularExpression::Mode mode) {
+    return mode == PrefixRegularExpression::PREFIX_TEXT ? Poco::RegularExpression::RE_DOTALL : 0;
+}
+
 }  // namespace
 
 bool PrefixRegularExpression::isLiteral(const std::string& text) {
-    return text.find_first_of("\\^$.|?*+()[]{}") == std::string::npos &&
+    return text.find_first_of(EXPRESSION_SYNTAX) == std::string::npos &&
            text.find('\0') == std::string::npos;
 }
 
-PrefixRegularExpression::PrefixRegularExpression(const std::string& prefix)
-    : Poco::RegularExpression(prefixPattern(prefix), 0, true), m_prefix(prefix) {
+PrefixRegularExpression::PrefixRegularExpression(const std::string& prefix, Mode mode)
+    : Poco::RegularExpression(prefixPattern(prefix, mode), prefixOptions(mode), true),
+      m_prefix(prefix),
+      m_mode(mode) {
     PrefixRegistry& registry = prefixRegistry();
     std::lock_guard<std::mutex> lock(registry.mutex);
     registry.live.push_back(this);

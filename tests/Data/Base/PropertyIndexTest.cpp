@@ -268,5 +268,42 @@ TEST(PropertyIndex, PrefixRangeEqualsPatternScan) {
     EXPECT_THROW(PrefixRegularExpression("a.b"), Poco::InvalidArgumentException);
 }
 
+// In PREFIX_TEXT mode any prefix without NUL is literal and the tail may cross lines: the range
+// must find exactly the non-empty texts that begin with the prefix, and the expression itself
+// must match exactly those texts.
+TEST(PropertyIndex, EscapedPrefixRangeEqualsPlainScan) {
+    std::mt19937 random(20261124);
+    const std::string alphabet = "ab\n.*(|\\[$";
+    auto randomText = [&](std::size_t maxLength) {
+        std::string text;
+        const std::size_t length = random() % (maxLength + 1);
+        for (std::size_t i = 0; i < length; ++i) text += alphabet[random() % alphabet.size()];
+        return text;
+    };
+    for (int round = 0; round < 200; ++round) {
+        StringIndex index("key");
+        std::vector<std::unique_ptr<Owned>> objects;
+        for (int i = 0; i < 30; ++i) {
+            objects.emplace_back(new Owned(std::to_string(i), randomText(4)));
+            ASSERT_TRUE(index.insert(&objects.back()->property));
+        }
+        const std::string prefix = randomText(2);
+        const PrefixRegularExpression range(prefix, PrefixRegularExpression::PREFIX_TEXT);
+        std::vector<Object*> expected;
+        for (Object* object : index.get()) {
+            const std::string& text = index.get(object)->getValue();
+            const bool begins = !text.empty() && text.compare(0, prefix.size(), prefix) == 0;
+            if (begins) expected.push_back(object);
+            ASSERT_EQ(begins, range.match(text, 0))
+                << "round " << round << " prefix '" << prefix << "' text '" << text << "'";
+        }
+        EXPECT_EQ(names(expected), names(index.find(range)))
+            << "round " << round << " prefix '" << prefix << "'";
+    }
+    EXPECT_THROW(
+        PrefixRegularExpression(std::string("a\0b", 3), PrefixRegularExpression::PREFIX_TEXT),
+        Poco::InvalidArgumentException);
+}
+
 }  // namespace
 }  // namespace Kivo::Data::Base
