@@ -235,71 +235,52 @@ TEST(PropertyIndex, NothingDestroyedStaysFiled) {
     EXPECT_EQ(&keep.property, index.find(&keep.object));
 }
 
-// A prefix expression is answered by a range over the ordered index; it must find exactly what
-// the same pattern finds by a scan.
-TEST(PropertyIndex, PrefixRangeEqualsPatternScan) {
+// A prefix expression is answered by a range over the ordered index. In 200 random rounds per
+// mode it must find exactly what a scan finds: in PREFIX_LINE mode the scan of the same
+// pattern, in PREFIX_TEXT mode (any prefix without NUL is literal, the tail may cross lines) the
+// non-empty texts that begin with the prefix, which the expression itself must match too.
+TEST(PropertyIndex, PrefixRangesEqualScans) {
     std::mt19937 random(20261123);
-    const std::string alphabet = "ab\n%.";
-    auto randomText = [&](std::size_t maxLength) {
-        std::string text;
-        const std::size_t length = random() % (maxLength + 1);
-        for (std::size_t i = 0; i < length; ++i) text += alphabet[random() % alphabet.size()];
-        return text;
-    };
     IndexGenericValueQuery query;
-    for (int round = 0; round < 200; ++round) {
-        StringIndex index("key");
-        std::vector<std::unique_ptr<Owned>> objects;
-        for (int i = 0; i < 30; ++i) {
-            objects.emplace_back(new Owned(std::to_string(i), randomText(4)));
-            ASSERT_TRUE(index.insert(&objects.back()->property));
+    for (const auto mode : {PrefixRegularExpression::PREFIX_LINE,
+                            PrefixRegularExpression::PREFIX_TEXT}) {
+        const bool line = mode == PrefixRegularExpression::PREFIX_LINE;
+        const std::string alphabet = line ? "ab\n" : "ab\n.*(|\\[$";
+        auto randomText = [&](std::size_t maxLength) {
+            std::string text;
+            const std::size_t length = random() % (maxLength + 1);
+            for (std::size_t i = 0; i < length; ++i) text += alphabet[random() % alphabet.size()];
+            return text;
+        };
+        for (int round = 0; round < 200; ++round) {
+            StringIndex index("key");
+            std::vector<std::unique_ptr<Owned>> objects;
+            for (int i = 0; i < 30; ++i) {
+                const std::string text = randomText(4) + (i % 3 == 0 ? "." : "");
+                objects.emplace_back(new Owned(std::to_string(i), text));
+                ASSERT_TRUE(index.insert(&objects.back()->property));
+            }
+            const std::string prefix = randomText(2);
+            const PrefixRegularExpression range(prefix, mode);
+            ASSERT_EQ(&range, PrefixRegularExpression::of(range));
+            std::vector<Object*> expected;
+            if (line) {
+                const Poco::RegularExpression scan(query.createRegEx(prefix + "%"), 0, true);
+                ASSERT_EQ(nullptr, PrefixRegularExpression::of(scan));
+                expected = index.find(scan);
+            } else {
+                for (Object* object : index.get()) {
+                    const std::string& text = index.get(object)->getValue();
+                    const bool begins = !text.empty() && text.rfind(prefix, 0) == 0;
+                    if (begins) expected.push_back(object);
+                    ASSERT_EQ(begins, range.match(text, 0)) << "text '" << text << "'";
+                }
+            }
+            EXPECT_EQ(names(expected), names(index.find(range)))
+                << "round " << round << " prefix '" << prefix << "'";
         }
-        std::string prefix = randomText(2);
-        prefix.erase(std::remove_if(prefix.begin(), prefix.end(),
-                                    [](char c) { return c == '%' || c == '.'; }),
-                     prefix.end());
-        const PrefixRegularExpression range(prefix);
-        const Poco::RegularExpression scan(query.createRegEx(prefix + "%"), 0, true);
-        ASSERT_EQ(&range, PrefixRegularExpression::of(range));
-        ASSERT_EQ(nullptr, PrefixRegularExpression::of(scan));
-        EXPECT_EQ(names(index.find(scan)), names(index.find(range)))
-            << "round " << round << " prefix '" << prefix << "'";
     }
     EXPECT_THROW(PrefixRegularExpression("a.b"), Poco::InvalidArgumentException);
-}
-
-// In PREFIX_TEXT mode any prefix without NUL is literal and the tail may cross lines: the range
-// must find exactly the non-empty texts that begin with the prefix, and the expression itself
-// must match exactly those texts.
-TEST(PropertyIndex, EscapedPrefixRangeEqualsPlainScan) {
-    std::mt19937 random(20261124);
-    const std::string alphabet = "ab\n.*(|\\[$";
-    auto randomText = [&](std::size_t maxLength) {
-        std::string text;
-        const std::size_t length = random() % (maxLength + 1);
-        for (std::size_t i = 0; i < length; ++i) text += alphabet[random() % alphabet.size()];
-        return text;
-    };
-    for (int round = 0; round < 200; ++round) {
-        StringIndex index("key");
-        std::vector<std::unique_ptr<Owned>> objects;
-        for (int i = 0; i < 30; ++i) {
-            objects.emplace_back(new Owned(std::to_string(i), randomText(4)));
-            ASSERT_TRUE(index.insert(&objects.back()->property));
-        }
-        const std::string prefix = randomText(2);
-        const PrefixRegularExpression range(prefix, PrefixRegularExpression::PREFIX_TEXT);
-        std::vector<Object*> expected;
-        for (Object* object : index.get()) {
-            const std::string& text = index.get(object)->getValue();
-            const bool begins = !text.empty() && text.compare(0, prefix.size(), prefix) == 0;
-            if (begins) expected.push_back(object);
-            ASSERT_EQ(begins, range.match(text, 0))
-                << "round " << round << " prefix '" << prefix << "' text '" << text << "'";
-        }
-        EXPECT_EQ(names(expected), names(index.find(range)))
-            << "round " << round << " prefix '" << prefix << "'";
-    }
     EXPECT_THROW(
         PrefixRegularExpression(std::string("a\0b", 3), PrefixRegularExpression::PREFIX_TEXT),
         Poco::InvalidArgumentException);
