@@ -10,12 +10,12 @@
 #include "Data/Base/Object.h"
 #include "Data/OperationResult.h"
 
-/// The client-facing layer: what remote clients may do with a service's data, checked and
-/// explained in terms a client understands.
 namespace Kivo::Data {
 class AbstractResource;
 }  // namespace Kivo::Data
 
+/// The client-facing layer: what remote clients may do with a service's data, checked and
+/// explained in terms a client understands.
 namespace Kivo::Client {
 
 /// The way a remote client's writes reach the elements of one resource: every value of the
