@@ -1,8 +1,6 @@
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,6 +11,8 @@
 #include "Data/AbstractResource.h"
 #include "Data/Element.h"
 #include "Data/Service.h"
+
+#include "DeliveryCounter.h"
 
 namespace {
 
@@ -54,28 +54,7 @@ struct Tree {
     BenchElement element{resource};
 };
 
-// Counts deliveries and lets a caller wait for a given count.
-class Counter {
-public:
-    void onDataChanged(const void*, IElementDataChangedSource::DataChangedEventPayload&) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_count;
-        m_arrived.notify_all();
-    }
-    void waitFor(long count) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_arrived.wait(lock, [&] { return m_count >= count; });
-    }
-    long count() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_count;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_arrived;
-    long m_count = 0;
-};
+typedef Kivo::Bench::DeliveryCounter Counter;
 
 // A client write of one text property, with one DataChanged subscriber.
 void BM_ElementSetPropertyString(benchmark::State& state) {

@@ -1,6 +1,3 @@
-#include <condition_variable>
-#include <mutex>
-
 #include <Poco/Delegate.h>
 #include <Poco/JSON/Object.h>
 #include <benchmark/benchmark.h>
@@ -8,6 +5,8 @@
 #include "Client/ElementWriter.h"
 #include "Data/ElementContainer.h"
 #include "Data/Service.h"
+
+#include "DeliveryCounter.h"
 
 namespace {
 
@@ -36,24 +35,7 @@ public:
     ~Items() override { clear(); }
 };
 
-// Counts deliveries and lets a caller wait for a given count.
-class Counter {
-public:
-    void onDataChanged(const void*, IElementDataChangedSource::DataChangedEventPayload&) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_count;
-        m_arrived.notify_all();
-    }
-    void waitFor(long count) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_arrived.wait(lock, [&] { return m_count >= count; });
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_arrived;
-    long m_count = 0;  // guarded by m_mutex
-};
+typedef Kivo::Bench::DeliveryCounter Counter;
 
 // One element whose indexed text flips between two values, observed by one DataChanged
 // subscriber; `write` applies one of the two updates.

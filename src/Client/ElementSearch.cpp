@@ -128,9 +128,9 @@ OperationResult ElementSearch::search(const std::string& text,
 }
 
 OperationResult ElementSearch::refusalFor(const PropertyKey& key) const {
-    const Poco::JSON::Object::Ptr specification = m_resource.getSpecificationAsJSON();
+    const Poco::JSON::Object::Ptr description = m_resource.getSpecificationAsJSON();
     const Poco::JSON::Object::Ptr properties =
-        specification.isNull() ? nullptr : specification->getObject("properties");
+        description.isNull() ? nullptr : description->getObject("properties");
     if (properties.isNull() || !properties->has(key)) {
         return OperationResult(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
     }
