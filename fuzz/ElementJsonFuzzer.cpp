@@ -1,16 +1,22 @@
 // Element JSON: initElementFromJSON (through ElementContainer::addElement), updateByJSON
 // (through updateElementFromJSON), setProperty and removeProperty on an element with one
-// property of each value kind and optional properties of several kinds.
+// property of each value kind and optional properties of several kinds; and the same JSON as a
+// remote client's request through Kivo::Client::ElementWriter.
 //
 // Whatever the JSON: a refused element leaves nothing behind, a refused update changes
 // nothing, and afterwards every index of the resource files the element exactly under the
-// properties it has now (no stale entry, none missing where the key is indexed).
+// properties it has now (no stale entry, none missing where the key is indexed). A request the
+// writer refuses explains itself; one it accepts (without null members, which only the writer
+// reads) the core accepts too, with the same result and the same element afterwards: the
+// writer is stricter than the core, never different.
 //
 // Input: a byte choosing the operation, then the JSON text.
 //   i  add an element made from the object
 //   u  update a filled element with the object
 //   p  setProperty for each member, in the object's order
 //   r  removeProperty for each member name, then setProperty for each non-null member
+//   a  the object as a client's new element (ElementWriter::add)
+//   w  the object as a client's update of a filled element (ElementWriter::update)
 // Any other first byte picks one of these by its value. Text that is no JSON object is
 // ignored: the parser's refusals are not the library's.
 
@@ -26,6 +32,7 @@
 #include <Poco/JSON/Parser.h>
 #include <Poco/UUID.h>
 
+#include "Client/ElementWriter.h"
 #include "Data/AbstractResource.h"
 #include "Data/Base/Property.h"
 #include "Data/Base/PropertyEnum.h"
@@ -39,6 +46,7 @@
 
 namespace {
 
+using Kivo::Client::ElementWriter;
 using Kivo::Data::AbstractResource;
 using Kivo::Data::Element;
 using Kivo::Data::ElementContainer;
@@ -310,6 +318,60 @@ void setEach(KindsResource& resource, const Poco::JSON::Object& json, bool remov
     checkIndexed(resource, *element);
 }
 
+// The JSON of the resource's one element, or "" where it holds none.
+std::string onlyElement(KindsResource& resource) {
+    AbstractResource::ElementQueryResult all;
+    resource.getElements(all, 0, 1);
+    return all.empty() ? std::string() : text(all.front()->toJSON(0));
+}
+
+void checkExplained(const OperationResult& result) {
+    QES_FUZZ_CHECK(result.isSuccess() ||
+                       result.toString() != OperationResult::valueToString(result.value()),
+                   "the writer refused without a reason");
+}
+
+void writerAdd(KindsResource& resource, const Poco::JSON::Object& json) {
+    const OperationResult result = ElementWriter(resource).add(json);
+    checkExplained(result);
+    if (!result.isSuccess()) {
+        QES_FUZZ_CHECK(resource.size() == 0, "a refused client element was kept");
+        checkNothingFiled(resource);
+        return;
+    }
+    AbstractResource::ElementQueryResult added;
+    resource.getElements(added, 0, 1);
+    checkIndexed(resource, *added.front());
+    if (hasNullMember(json)) return;
+    Tree core;
+    QES_FUZZ_CHECK(core.resource.addElement(&json).value() == result.value(),
+                   "the core refuses an element the writer accepts");
+    QES_FUZZ_CHECK(onlyElement(core.resource) == onlyElement(resource),
+                   "the writer and the core add different elements");
+}
+
+void writerUpdate(KindsResource& resource, const Poco::JSON::Object& json) {
+    AbstractResource::Ptr element = addFilled(resource);
+    const std::string before = text(element->toJSON(0));
+    const OperationResult result = ElementWriter(resource).update(element->getIdentification(),
+                                                                  json);
+    checkExplained(result);
+    checkIndexed(resource, *element);
+    if (!result.isSuccess()) {
+        QES_FUZZ_CHECK(text(element->toJSON(0)) == before,
+                       "a refused client update changed the element");
+        return;
+    }
+    if (hasNullMember(json)) return;
+    Tree core;
+    AbstractResource::Ptr twin = addFilled(core.resource);
+    QES_FUZZ_CHECK(core.resource.updateElementFromJSON(twin->getIdentification(), &json).value() ==
+                       result.value(),
+                   "the core answers an update the writer accepts otherwise");
+    QES_FUZZ_CHECK(text(twin->toJSON(0)) == text(element->toJSON(0)),
+                   "the writer and the core update differently");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -318,7 +380,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const char OPERATIONS[] = "iupr";
+    static const char OPERATIONS[] = "iupraw";
     InputReader input(data, size);
     const char operation = input.choice(OPERATIONS);
     const Poco::Dynamic::Var parsed = Kivo::Fuzz::parseJson(input.rest());
@@ -331,6 +393,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             break;
         case 'u':
             update(tree.resource, *json);
+            break;
+        case 'a':
+            writerAdd(tree.resource, *json);
+            break;
+        case 'w':
+            writerUpdate(tree.resource, *json);
             break;
         default:
             setEach(tree.resource, *json, operation == 'r');

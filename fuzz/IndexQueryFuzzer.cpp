@@ -1,12 +1,21 @@
-// Query texts through IndexGenericValueQuery and IndexFreeTextQuery, over the indexes of the
-// example media service loaded with the shipped data (once), plus one element of the input's
-// own (added for the input and removed after it).
+// Query texts through IndexGenericValueQuery and IndexFreeTextQuery, and as a remote client's
+// texts through Kivo::Client::ElementSearch, over the indexes of the example media service
+// loaded with the shipped data (once), plus one element of the input's own (added for the input
+// and removed after it).
 //
 // Whatever the texts: each query lists every object once, and only elements the resource
 // holds; a generic query finds no object the free-text query over the same texts misses; and
 // a single wildcard text finds exactly what the whole-text match of its expression finds in
 // that index, shortcuts or not. A wildcard text whose expression does not compile throws
 // Poco::RegularExpressionException out of the query, as documented.
+//
+// The core compiles a text into a regular expression as it stands, so a text with many "%"
+// backtracks for as long as it likes: that is what client texts never reach. The core queries
+// take only texts with at most MAX_CORE_WILDCARDS of them; the client search takes every text,
+// and libFuzzer's time limit per input holds it to its bound. Its answers: each element once;
+// case-insensitive finds at least what case-sensitive finds; and search, which matches values
+// holding the text, finds everything find finds by a key with that text where the text has a
+// wildcard (exact texts on numbers compare as numbers, which search does not).
 //
 // Input: a byte choosing the resource ('a' Albums, 't' Tracks, 'p' Playlists; any other byte
 // picks one by its value), then line by line: the JSON object of an element to add for this
@@ -26,6 +35,7 @@
 #include <Poco/RegularExpression.h>
 #include <Poco/UUID.h>
 
+#include "Client/ElementSearch.h"
 #include "Data/AbstractResource.h"
 #include "Data/Base/PropertyIndexQuery.h"
 #include "FuzzSupport.h"
@@ -34,7 +44,10 @@
 
 namespace {
 
+using Kivo::Client::Case;
+using Kivo::Client::ElementSearch;
 using Kivo::Data::AbstractResource;
+using Kivo::Data::OperationResult;
 using Kivo::Data::Base::IndexFreeTextQuery;
 using Kivo::Data::Base::IndexGenericValueQuery;
 using Kivo::Data::Base::Object;
@@ -45,9 +58,14 @@ using Kivo::Fuzz::IndexInspection;
 using Kivo::Fuzz::InputReader;
 
 const std::size_t MAX_TEXTS = 4;
+const std::size_t MAX_CORE_WILDCARDS = 2;
 
 // Loaded once and never destroyed: every input queries the same tree.
 Media::MediaService* service = nullptr;
+
+std::size_t wildcards(const std::string& text) {
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '%'));
+}
 
 bool hasWildcard(const std::set<std::string>& texts) {
     return std::any_of(texts.begin(), texts.end(),
@@ -116,6 +134,55 @@ void checkQueries(const AbstractResource& resource, const PropertyKey& key,
     }
 }
 
+typedef std::set<const Object*> Found;
+
+// The elements of a client search's answer, each checked to be listed once and held by the
+// resource; nothing where it was refused.
+Found clientFound(const AbstractResource& resource, const OperationResult& result,
+                  const AbstractResource::ElementQueryResult& elements) {
+    Found found;
+    if (!result.isSuccess()) return found;
+    for (const AbstractResource::Ptr& element : elements) {
+        QES_FUZZ_CHECK(found.insert(element.get()).second, "a client search listed an element twice");
+        AbstractResource::Ptr held;
+        resource.getElement(element->getIdentification(), held);
+        QES_FUZZ_CHECK(held.get() == element.get(), "a client search found a stranger");
+    }
+    return found;
+}
+
+bool includes(const Found& wider, const Found& narrower) {
+    return std::includes(wider.begin(), wider.end(), narrower.begin(), narrower.end());
+}
+
+void checkClientSearch(const AbstractResource& resource, const PropertyKey& key,
+                       const std::string& text) {
+    const ElementSearch search(resource);
+    Found byKey[2];
+    Found holding[2];
+    for (const Case sensitivity : {Kivo::Client::CASE_SENSITIVE, Kivo::Client::CASE_INSENSITIVE}) {
+        AbstractResource::ElementQueryResult elements;
+        const OperationResult found = search.find({{key, text}}, elements, sensitivity);
+        byKey[sensitivity] = clientFound(resource, found, elements);
+        elements.clear();
+        const OperationResult searched = search.search(text, elements, sensitivity);
+        QES_FUZZ_CHECK(searched.isSuccess(), "the client search refused a text");
+        holding[sensitivity] = clientFound(resource, searched, elements);
+    }
+    for (const Case sensitivity : {Kivo::Client::CASE_SENSITIVE, Kivo::Client::CASE_INSENSITIVE}) {
+        if (wildcards(text) > 0) {
+            QES_FUZZ_CHECK(includes(holding[sensitivity], byKey[sensitivity]),
+                           "search misses an element that find by key finds");
+        }
+    }
+    QES_FUZZ_CHECK(includes(byKey[Kivo::Client::CASE_INSENSITIVE],
+                            byKey[Kivo::Client::CASE_SENSITIVE]),
+                   "case-insensitive find misses an element");
+    QES_FUZZ_CHECK(includes(holding[Kivo::Client::CASE_INSENSITIVE],
+                            holding[Kivo::Client::CASE_SENSITIVE]),
+                   "case-insensitive search misses an element");
+}
+
 // Adds the element described by `line` to `resource` (with a fixed id where it names none);
 // its id where that succeeds.
 bool addScratch(AbstractResource& resource, const std::string& line, Poco::UUID& id) {
@@ -149,12 +216,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string scratch = input.line();
     const PropertyKey key = input.line();
     std::set<std::string> texts;
-    while (!input.atEnd() && texts.size() < MAX_TEXTS) texts.insert(input.line());
+    std::set<std::string> coreTexts;
+    while (!input.atEnd() && texts.size() < MAX_TEXTS) {
+        const std::string text = input.line();
+        texts.insert(text);
+        if (wildcards(text) <= MAX_CORE_WILDCARDS) coreTexts.insert(text);
+    }
 
     const std::size_t held = resource.size();
     Poco::UUID added;
     const bool hasScratch = &resource != &service->albums && addScratch(resource, scratch, added);
-    checkQueries(resource, key, texts);
+    checkQueries(resource, key, coreTexts);
+    for (const std::string& text : texts) checkClientSearch(resource, key, text);
     if (hasScratch) {
         QES_FUZZ_CHECK(resource.removeElement(added).isSuccess(), "the added element stays");
     }

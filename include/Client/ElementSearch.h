@@ -25,8 +25,10 @@ namespace Kivo::Client {
 /// - booleans have no index and cannot be searched: find refuses their key, search skips them.
 ///
 /// Cost: an exact text (no "%", case-sensitive) on a text, number, URI or UUID key is one ordered
-/// lookup, compared as a value of the key's kind (so "7" and "07" both find the number 7). A
-/// text whose one "%" ends it, case-sensitive, on a text key is a range over the ordered index
+/// lookup, compared as a value of the key's kind (so "7" and "07" both find the number 7).
+/// Case-insensitively, such a text on a number, URI or UUID key finds what that lookup of its
+/// lower-case form finds and, by a scan, the values whose text form equals it in any case, so
+/// ignoring case never finds less than heeding it. A text whose one "%" ends it, case-sensitive, on a text key is a range over the ordered index
 /// (for prefixes up to 4 KiB; a longer one scans, refusing shorter values without reading them).
 /// Everything else, and every array and reference key, scans the key's index: at most the
 /// number of values times the text's length.

@@ -93,8 +93,13 @@ bool IndexMatcher::allowsRange(const TextPattern& pattern) const {
 std::vector<Object*> IndexMatcher::find(const TextPattern& pattern) const {
     if (m_kind == KIND_NONE) return {};
     const bool scalar = m_kind == KIND_TEXT || m_kind == KIND_VALUE;
-    if (scalar && pattern.isExact() && pattern.getCase() == CASE_SENSITIVE) {
-        return m_index.find(pattern.getText());
+    if (scalar && pattern.isExact()) {
+        if (pattern.getCase() == CASE_SENSITIVE) return m_index.find(pattern.getText());
+        // A value's text form need not be the only text that reads as it ("07" for 7).
+        if (m_kind == KIND_VALUE) {
+            const std::vector<Object*> equal = m_index.find(pattern.getText());
+            return scan(pattern, std::set<Object*>(equal.begin(), equal.end()));
+        }
     }
     if (allowsRange(pattern)) {
         return m_index.find(
@@ -103,11 +108,14 @@ std::vector<Object*> IndexMatcher::find(const TextPattern& pattern) const {
     return scan(pattern);
 }
 
-std::vector<Object*> IndexMatcher::scan(const TextPattern& pattern) const {
+std::vector<Object*> IndexMatcher::scan(const TextPattern& pattern,
+                                        const std::set<Object*>& also) const {
     std::vector<Object*> result;
     for (Object* owner : m_index.get()) {
         const PropertyBase* property = m_index.find(owner);
-        if (property != nullptr && holds(*property, pattern)) result.push_back(owner);
+        if (also.count(owner) != 0 || (property != nullptr && holds(*property, pattern))) {
+            result.push_back(owner);
+        }
     }
     return result;
 }

@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_SRC_CLIENT_INDEXMATCHER_H
 #define QESSERVICEDATALIB_SRC_CLIENT_INDEXMATCHER_H
 
+#include <set>
 #include <vector>
 
 #include "Client/TextPattern.h"
@@ -31,7 +32,9 @@ private:
     static Kind kindOf(const Data::Base::PropertyBase* property);
     static Kind kindOf(const Data::Base::PropertyIndexBase& index);
     bool allowsRange(const TextPattern& pattern) const;
-    std::vector<Data::Base::Object*> scan(const TextPattern& pattern) const;
+    // The owners whose value matches `pattern` or who are among `also`, in the index's order.
+    std::vector<Data::Base::Object*> scan(const TextPattern& pattern,
+                                          const std::set<Data::Base::Object*>& also = {}) const;
     bool holds(const Data::Base::PropertyBase& property, const TextPattern& pattern) const;
 
     const Data::Base::PropertyIndexBase& m_index;  // not owned

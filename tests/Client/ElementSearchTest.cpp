@@ -199,6 +199,7 @@ TEST(ElementSearch, FindsByKeyWithLiteralText) {
         {{{"tags", "[\"night\",\"rear\"]"}}, CASE_SENSITIVE, {}},
         {{{"count", "7"}}, CASE_SENSITIVE, {"R..r", "Driver|Passenger"}},
         {{{"count", "07"}}, CASE_SENSITIVE, {"R..r", "Driver|Passenger"}},
+        {{{"count", "07"}}, CASE_INSENSITIVE, {"R..r", "Driver|Passenger"}},
         {{{"count", "7%"}}, CASE_SENSITIVE, {"R..r", "Driver|Passenger", "Rear (left)"}},
         {{{"count", "seven"}}, CASE_SENSITIVE, {}},
         {{{"count", "7"}, {"name", "Driver%"}}, CASE_SENSITIVE, {"Driver|Passenger"}},
