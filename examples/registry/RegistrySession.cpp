@@ -12,11 +12,13 @@
 #include <Poco/URI.h>
 #include <Poco/UUIDGenerator.h>
 
-#include <Data/Base/PropertyIndexQuery.h>
+#include <Client/ElementSearch.h>
 #include <Util/RecursiveRWLock.h>
 
 namespace Registry {
 
+using Kivo::Client::ElementSearch;
+using Kivo::Client::ElementWriter;
 using Kivo::Data::AbstractResource;
 using Kivo::Data::Element;
 using Kivo::Data::OperationResult;
@@ -29,16 +31,22 @@ const char* const RegistrySession::HELP =
     "  describe <resource>                what the elements of a resource carry\n"
     "  list <resource> [offset [count]]   elements of a resource in id order (default 0 10)\n"
     "  get <uri> [key ...]                an element; reference keys given are expanded\n"
-    "  find <resource> <key>=<value>      elements whose value is <value>; \"%\" matches any text\n"
-    "  search <resource> <text>           elements with <text> as the value of any key\n"
-    "  set <uri> <key> <value>            write one property from text\n"
+    "  find [-i] <resource> <key>=<text>  elements whose value under <key> is <text>\n"
+    "  search [-i] <resource> <text>      elements holding <text> in any searchable value\n"
+    "  add <resource> <json>              add an element from its JSON object\n"
+    "  set <uri> <key> <value>            write one property; <value> is read as JSON where it\n"
+    "                                     is a JSON value (5, true, null, \"a b\", [\"x\"]), as\n"
+    "                                     text otherwise\n"
     "  update <uri> <json>                apply a JSON update, all or nothing\n"
     "  remove <uri> <key>                 clear an optional property\n"
+    "  delete <uri>                       remove an element\n"
     "  resolve <uri> <key>                the element a reference property points at\n"
     "  watch                              print every element change as it arrives\n"
     "  help                               this text\n"
-    "Element URIs read /<service>/<resource>/<uuid>. Answers are JSON; client results are\n"
-    "{\"result\": <result string>}.\n";
+    "In <text>, \"%\" matches any run of characters and every other character itself; -i\n"
+    "ignores the case of ASCII letters. Element URIs read /<service>/<resource>/<uuid>.\n"
+    "Answers are JSON; writes and refused searches answer\n"
+    "{\"result\": <result string>, \"message\": <reason>}.\n";
 
 namespace {
 
@@ -62,20 +70,55 @@ std::vector<std::string> split(const std::string& line, std::size_t limit) {
 // How many words each command splits its line into: its last argument takes the rest.
 std::size_t wordLimit(const std::string& command) {
     if (command == "set") return 4;
-    if (command == "update" || command == "search" || command == "find") return 3;
+    if (command == "update" || command == "add") return 3;
     return 0;
+}
+
+// A search's words: the command, "-i" where given, and then its last argument with the rest of
+// the line.
+std::vector<std::string> searchWords(const std::string& line) {
+    const std::vector<std::string> head = split(line, 3);
+    return head.size() > 1 && head[1] == "-i" ? split(line, 4) : head;
 }
 
 Poco::JSON::Object::Ptr resultJSON(const OperationResult& result) {
     Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
     json->set("result", OperationResult::valueToString(result.value()));
+    json->set("message", result.toString());
     return json;
+}
+
+Poco::JSON::Object::Ptr parseObject(const std::string& text) {
+    try {
+        const Poco::Dynamic::Var parsed = Poco::JSON::Parser().parse(text);
+        if (parsed.type() == typeid(Poco::JSON::Object::Ptr)) {
+            return parsed.extract<Poco::JSON::Object::Ptr>();
+        }
+    } catch (const Poco::Exception&) {
+    }
+    return Poco::JSON::Object::Ptr();
+}
+
+// The value of `text` as JSON where it is one, else the text itself. The parser reads only
+// objects and arrays at the top, so the text is read as an array's one item.
+Poco::Dynamic::Var parseValue(const std::string& text) {
+    try {
+        const Poco::JSON::Array::Ptr items =
+            Poco::JSON::Parser().parse("[" + text + "]").extract<Poco::JSON::Array::Ptr>();
+        if (items->size() == 1) return items->get(0);
+    } catch (const Poco::Exception&) {
+    }
+    return text;
 }
 
 Poco::JSON::Array::Ptr compactForms(const AbstractResource::ElementQueryResult& elements) {
     Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
     for (const auto& element : elements) array->add(element->toJSON(-1));
     return array;
+}
+
+Kivo::Client::Case caseOf(bool anyCase) {
+    return anyCase ? Kivo::Client::CASE_INSENSITIVE : Kivo::Client::CASE_SENSITIVE;
 }
 
 bool parseCount(const std::string& text, int& value) {
@@ -97,7 +140,9 @@ bool RegistrySession::execute(const std::string& line) {
     const std::string trimmed = Poco::trim(line);
     if (trimmed.empty() || trimmed[0] == '#') return true;
     const std::string command = split(trimmed, 2).front();
-    const Words words = split(trimmed, wordLimit(command));
+    const Words words = command == "find" || command == "search"
+                            ? searchWords(trimmed)
+                            : split(trimmed, wordLimit(command));
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_commandRunning = true;
@@ -109,9 +154,11 @@ bool RegistrySession::execute(const std::string& line) {
         else if (command == "get") good = get(words);
         else if (command == "find") good = find(words);
         else if (command == "search") good = search(words);
+        else if (command == "add") good = add(words);
         else if (command == "set") good = set(words);
         else if (command == "update") good = update(words);
         else if (command == "remove") good = remove(words);
+        else if (command == "delete") good = erase(words);
         else if (command == "resolve") good = resolve(words);
         else if (command == "watch") good = watch(words);
         else if (command == "help") {
@@ -175,26 +222,40 @@ bool RegistrySession::get(const Words& words) {
 }
 
 bool RegistrySession::find(const Words& words) {
-    const std::size_t equals = words.size() == 3 ? words[2].find('=') : std::string::npos;
-    if (equals == std::string::npos || equals == 0) {
-        return fail("usage: find <resource> <key>=<value>");
+    const bool anyCase = words.size() > 1 && words[1] == "-i";
+    const std::string& criterion = words.back();
+    const std::size_t equals = criterion.find('=');
+    if (words.size() != (anyCase ? 4u : 3u) || equals == std::string::npos || equals == 0) {
+        return fail("usage: find [-i] <resource> <key>=<text>");
     }
-    AbstractResource* resource = resourceNamed(words[1]);
+    AbstractResource* resource = resourceNamed(words[words.size() - 2]);
     if (resource == nullptr) return false;
-    Kivo::Data::Base::IndexGenericValueQuery query;
-    query.key = words[2].substr(0, equals);
-    query.values = {words[2].substr(equals + 1)};
-    printQuery(*resource, query);
+    AbstractResource::ElementQueryResult found;
+    const OperationResult result = ElementSearch(*resource).find(
+        {{criterion.substr(0, equals), criterion.substr(equals + 1)}}, found, caseOf(anyCase));
+    printFound(result, found);
     return true;
 }
 
 bool RegistrySession::search(const Words& words) {
-    if (words.size() != 3) return fail("usage: search <resource> <text>");
+    const bool anyCase = words.size() > 1 && words[1] == "-i";
+    if (words.size() != (anyCase ? 4u : 3u)) return fail("usage: search [-i] <resource> <text>");
+    AbstractResource* resource = resourceNamed(words[words.size() - 2]);
+    if (resource == nullptr) return false;
+    AbstractResource::ElementQueryResult found;
+    const OperationResult result =
+        ElementSearch(*resource).search(words.back(), found, caseOf(anyCase));
+    printFound(result, found);
+    return true;
+}
+
+bool RegistrySession::add(const Words& words) {
+    if (words.size() != 3) return fail("usage: add <resource> <json>");
     AbstractResource* resource = resourceNamed(words[1]);
     if (resource == nullptr) return false;
-    Kivo::Data::Base::IndexFreeTextQuery query;
-    query.values = {words[2]};
-    printQuery(*resource, query);
+    const Poco::JSON::Object::Ptr json = parseObject(words[2]);
+    if (json.isNull()) return fail("add: malformed JSON object: " + words[2]);
+    applyChange([&] { return ElementWriter(*resource).add(*json); });
     return true;
 }
 
@@ -202,7 +263,8 @@ bool RegistrySession::set(const Words& words) {
     if (words.size() != 4) return fail("usage: set <uri> <key> <value>");
     AbstractResource::Ptr element = elementAt(words[1]);
     if (element.isNull()) return false;
-    applyChange([&] { return element->setProperty(words[2], words[3]); });
+    applyChange([&] { return writerOf(*element).set(element->getIdentification(), words[2],
+                                                    parseValue(words[3])); });
     return true;
 }
 
@@ -210,19 +272,9 @@ bool RegistrySession::update(const Words& words) {
     if (words.size() != 3) return fail("usage: update <uri> <json>");
     AbstractResource::Ptr element = elementAt(words[1]);
     if (element.isNull()) return false;
-    Poco::JSON::Object::Ptr json;
-    try {
-        const Poco::Dynamic::Var parsed = Poco::JSON::Parser().parse(words[2]);
-        if (parsed.type() == typeid(Poco::JSON::Object::Ptr)) {
-            json = parsed.extract<Poco::JSON::Object::Ptr>();
-        }
-    } catch (const Poco::Exception&) {
-    }
+    const Poco::JSON::Object::Ptr json = parseObject(words[2]);
     if (json.isNull()) return fail("update: malformed JSON object: " + words[2]);
-    applyChange([&] {
-        return element->getResource()->updateElementFromJSON(element->getIdentification(),
-                                                             json.get());
-    });
+    applyChange([&] { return writerOf(*element).update(element->getIdentification(), *json); });
     return true;
 }
 
@@ -230,7 +282,17 @@ bool RegistrySession::remove(const Words& words) {
     if (words.size() != 3) return fail("usage: remove <uri> <key>");
     AbstractResource::Ptr element = elementAt(words[1]);
     if (element.isNull()) return false;
-    applyChange([&] { return element->removeProperty(words[2]); });
+    applyChange([&] {
+        return writerOf(*element).set(element->getIdentification(), words[2], Poco::Dynamic::Var());
+    });
+    return true;
+}
+
+bool RegistrySession::erase(const Words& words) {
+    if (words.size() != 2) return fail("usage: delete <uri>");
+    AbstractResource::Ptr element = elementAt(words[1]);
+    if (element.isNull()) return false;
+    applyChange([&] { return writerOf(*element).remove(element->getIdentification()); });
     return true;
 }
 
@@ -297,10 +359,12 @@ AbstractResource::Ptr RegistrySession::elementAt(const std::string& uri) {
     return element;
 }
 
-void RegistrySession::printQuery(const AbstractResource& resource,
-                                 const Kivo::Data::Base::PropertyIndexQuery& query) {
-    AbstractResource::ElementQueryResult found;
-    const OperationResult result = resource.findElements(query, found);
+ElementWriter RegistrySession::writerOf(Element& element) {
+    return ElementWriter(*element.getResource());
+}
+
+void RegistrySession::printFound(const OperationResult& result,
+                                 const AbstractResource::ElementQueryResult& found) {
     print(result.isSuccess() ? Poco::Dynamic::Var(compactForms(found))
                              : Poco::Dynamic::Var(resultJSON(result)));
 }

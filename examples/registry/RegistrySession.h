@@ -11,15 +11,18 @@
 
 #include <Poco/Dynamic/Var.h>
 
-#include <Data/Base/PropertyIndexQuery.h>
+#include <Client/ElementWriter.h>
+#include <Data/AbstractResource.h>
 
 #include "MediaService.h"
 
 namespace Registry {
 
 // Runs registry commands against a loaded media service and prints their answers as JSON, one
-// document per command (see HELP). Client results are printed as their result strings
-// ({"result": "forbidden"}); bad input (unknown command, wrong arguments, malformed JSON,
+// document per command (see HELP). Every request goes through the client layer
+// (Kivo::Client::ElementWriter and ElementSearch), as a remote client's would; its results are
+// printed with their reasons ({"result": "forbidden", "message": "artist: clients may not
+// write it"}); bad input (unknown command, wrong arguments, malformed JSON,
 // unknown URI or resource) is reported on the error stream and remembered, and the session
 // goes on with the next command.
 //
@@ -48,9 +51,11 @@ private:
     bool get(const Words& words);
     bool find(const Words& words);
     bool search(const Words& words);
+    bool add(const Words& words);
     bool set(const Words& words);
     bool update(const Words& words);
     bool remove(const Words& words);
+    bool erase(const Words& words);
     bool resolve(const Words& words);
     bool watch(const Words& words);
 
@@ -59,9 +64,10 @@ private:
     // The element at an element URI "/<service>/<resource>/<uuid>", or null after an error
     // line.
     Kivo::Data::AbstractResource::Ptr elementAt(const std::string& uri);
-    // Runs `query` on `resource` and prints the elements found (or the refusal).
-    void printQuery(const Kivo::Data::AbstractResource& resource,
-                    const Kivo::Data::Base::PropertyIndexQuery& query);
+    static Kivo::Client::ElementWriter writerOf(Kivo::Data::Element& element);
+    // Prints the elements found, or the refusal.
+    void printFound(const Kivo::Data::OperationResult& result,
+                    const Kivo::Data::AbstractResource::ElementQueryResult& found);
     // Makes a change and prints its result. After a change (OK) made while watching, waits
     // until the change has arrived, so that it is printed after the result.
     void applyChange(const std::function<Kivo::Data::OperationResult()>& change);

@@ -97,8 +97,9 @@ TEST(RegistrySession, ChangesAreAnsweredThenReportedOnce) {
     EXPECT_EQ(2u, object(answers[1])->getArray("elements")->size()) << "the last two of 12";
     const std::string change = R"({"event":"DataChanged","id":")" + TRACK.substr(14) +
                                R"(","keys":["rating"],"resource":"Tracks"})";
-    EXPECT_EQ((Texts{R"({"result":"invalid_value"})", R"({"result":"ok"})", change,
-                     R"({"result":"ok"})", change}),
+    const std::string ok = R"({"message":"ok","result":"ok"})";
+    EXPECT_EQ((Texts{R"({"message":"rating: 9 is above the maximum 5","result":"invalid_value"})",
+                     ok, change, ok, change}),
               (Texts{text(answers[2]), text(answers[3]), text(answers[4]), text(answers[5]),
                      text(answers[6])}));
 }
@@ -116,7 +117,13 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
         {"list Genres", "error: unknown resource 'Genres'"},
         {"describe", "error: usage: describe <resource>"},
         {"list Albums x", "error: usage: list <resource> [offset [count]]"},
-        {"find Albums name", "error: usage: find <resource> <key>=<value>"},
+        {"find Albums name", "error: usage: find [-i] <resource> <key>=<text>"},
+        {"find -i Albums", "error: usage: find [-i] <resource> <key>=<text>"},
+        {"search -i Albums", "error: usage: search [-i] <resource> <text>"},
+        {"add Albums {", "error: add: malformed JSON object: {"},
+        {"delete " + TRACK + " now", "error: usage: delete <uri>"},
+        {"delete /Media/Albums/" + TRACK.substr(14),
+         "error: unknown URI '/Media/Albums/" + TRACK.substr(14) + "'"},
         {"get /Media/Tracks/not-a-uuid", "error: unknown URI '/Media/Tracks/not-a-uuid'"},
         {"get /Radio/Tracks/19acbfe1-6252-475b-bf5b-8660cbeb4369",
          "error: unknown URI '/Radio/Tracks/19acbfe1-6252-475b-bf5b-8660cbeb4369'"},
@@ -139,9 +146,23 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     EXPECT_EQ("TrackObject",
               object(documents(tree.out.str()).at(0))->getValue<std::string>("element"));
     tree.out.str("");
-    EXPECT_TRUE(session.execute("list Albums 41 1"));
-    EXPECT_TRUE(session.execute("update " + TRACK + R"( {"colour": "red"})"));
-    EXPECT_EQ("{\"result\":\"invalid_value\"}\n{\"result\":\"not_found\"}\n", tree.out.str());
+    const std::size_t held = tree.service.tracks.size();
+    for (const std::string& line :
+         Texts{"list Albums 41 1", "update " + TRACK + R"( {"colour": "red"})",
+          "set " + TRACK + " rating \"4\"", "find Tracks colour=red", "add Tracks {\"id\": 1}"}) {
+        EXPECT_TRUE(session.execute(line)) << line;
+    }
+    EXPECT_EQ(Texts({R"({"message":"invalid_value","result":"invalid_value"})",
+                     R"({"message":"colour: no such property","result":"unknown_property"})",
+                     R"({"message":"rating: expects an integer, got a string","result":"wrong_type"})",
+                     R"({"message":"colour: no such property","result":"unknown_property"})",
+                     R"({"message":"name: is required","result":"invalid_object"})"}),
+              [&] {
+                  Texts answers;
+                  for (const auto& answer : documents(tree.out.str())) answers.push_back(text(answer));
+                  return answers;
+              }());
+    EXPECT_EQ(held, tree.service.tracks.size());
 }
 
 }  // namespace
