@@ -27,7 +27,8 @@ namespace Kivo::Util {
 /// - Unlocking a side the calling thread does not hold throws Poco::IllegalStateException and
 ///   leaves the lock as it was.
 ///
-/// Re-entry and the uncontended paths allocate nothing while a thread reads at most 16 locks at
+/// The writer takes and releases the read side without touching the lock's mutex, so the reads
+/// nested in a write cost a few instructions. Re-entry and the uncontended paths allocate nothing while a thread reads at most 16 locks at
 /// once; the lock keeps the read holds of a thread beyond those in a map of its own. The
 /// per-thread bookkeeping has no destructor, so locking keeps working while static objects are
 /// destroyed at exit. The lock must outlive every holder; it is not copyable.
@@ -58,6 +59,9 @@ private:
     bool isWriter() const;
     // Books the calling thread's last read hold of this lock out. REQUIRES: m_mutex.
     void releaseReadSide();
+    // Books the read holds the writing thread took as an ordinary read hold, as it gives up the
+    // write side. REQUIRES: m_mutex, and the calling thread writes.
+    void bookWriterReads();
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
@@ -66,6 +70,10 @@ private:
     std::atomic<std::thread::id> m_writer{};
     // Only ever touched by the writing thread.
     unsigned m_writeDepth = 0;
+    // Read holds the writing thread took while it wrote: counted without the mutex (readers
+    // wait for the writer anyway) and booked as a read hold only if the write side goes first.
+    // Only ever touched by the writing thread.
+    unsigned m_writerReads = 0;
     // Guarded by m_mutex: threads holding the read side, and threads waiting for either side.
     unsigned m_readerThreads = 0;
     unsigned m_waitingWriters = 0;

@@ -33,19 +33,33 @@ struct Plan {
     // its values without nulls and with integral numbers as integers. Every number left after
     // the type checks belongs to an integer property.
     const Poco::JSON::Object* forCore(const Poco::JSON::Object& client,
-                                      Poco::JSON::Object& rewritten) const {
+                                      std::optional<Poco::JSON::Object>& rewritten) const {
         if (!rewrite) return &client;
+        rewritten.emplace();
         for (const std::string& key : client.getNames()) {
             const Poco::Dynamic::Var& member = client.get(key);
             if (member.isEmpty()) continue;
             const bool integral = member.isNumeric() && !member.isInteger();
-            rewritten.set(key, integral ? Poco::Dynamic::Var(
-                                              static_cast<Poco::Int64>(member.convert<double>()))
-                                        : member);
+            rewritten->set(key, integral ? Poco::Dynamic::Var(
+                                               static_cast<Poco::Int64>(member.convert<double>()))
+                                         : member);
         }
-        return &rewritten;
+        return &*rewritten;
     }
 };
+
+// Calls `check(name, value)` for the members of `json` in the order of its names until one
+// refuses, and answers that refusal (OK when none does). A lone member is read in place: the
+// order of one needs no list of names, and the value no copy.
+template <typename Check>
+OperationResult firstRefusal(const Poco::JSON::Object& json, Check check) {
+    if (json.size() == 1) return check(json.begin()->first, json.begin()->second);
+    for (const std::string& name : json.getNames()) {
+        const OperationResult checked = check(name, json.get(name));
+        if (!checked.isSuccess()) return checked;
+    }
+    return OperationResult(OperationResult::OK);
+}
 
 OperationResult logged(OperationResult::Value code, const std::string& message) {
     QES_LOG_DEBUG("ElementWriter: " << message);
@@ -73,38 +87,52 @@ std::optional<MemberCheck> checkOf(const Element& element, const PropertyKey& ke
     return check;
 }
 
-// The first round, in the object's order: names, gates, nulls and JSON types; the first
-// refusal answers. `gated` asks the element's per-key gate. REQUIRES: the element's read lock.
+// One member's first round: name, gate, null and JSON type. `gated` asks the element's per-key
+// gate. REQUIRES: the element's read lock.
+OperationResult checkMember(const Element& element, const PropertyKey& key,
+                            const Poco::Dynamic::Var& member, bool gated, Plan& plan) {
+    // A present property answers most members in one lookup; an unset optional one is not
+    // among the element's properties.
+    const Data::Base::PropertyBase* property = element.getProperty(key);
+    const Data::OptionalPropertyBase* optional =
+        property == nullptr ? element.getOptionalProperty(key) : nullptr;
+    if (property == nullptr && optional == nullptr && !element.knowsProperty(key)) {
+        return logged(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
+    }
+    if (gated && !element.isPostAllowed(key)) {
+        return logged(OperationResult::FORBIDDEN, key + ": clients may not write it");
+    }
+    if (member.isEmpty()) {
+        if (optional == nullptr) optional = element.getOptionalProperty(key);
+        if (optional == nullptr) {
+            return logged(OperationResult::INVALID_VALUE,
+                          key + ": is not optional, so null cannot remove it");
+        }
+        if (!optional->isNull()) plan.removals.push_back(key);
+        plan.rewrite = true;
+        return OperationResult(OperationResult::OK);
+    }
+    std::optional<MemberCheck> check;
+    if (optional != nullptr && optional->isNull()) {
+        check.emplace(key, *optional);
+    } else if (property != nullptr) {
+        check.emplace(key, property->getPropertyValueBase());
+    } else {
+        return logged(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
+    }
+    const OperationResult checked = check->checkType(member);
+    if (!checked.isSuccess()) return logged(checked);
+    if (member.isNumeric() && !member.isInteger()) plan.rewrite = true;
+    ++plan.values;
+    return checked;
+}
+
+// The first round over every member, in the object's order; the first refusal answers.
 OperationResult checkMembers(const Element& element, const Poco::JSON::Object& json, bool gated,
                              Plan& plan) {
-    for (const std::string& key : json.getNames()) {
-        if (!element.knowsProperty(key)) {
-            return logged(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
-        }
-        if (gated && !element.isPostAllowed(key)) {
-            return logged(OperationResult::FORBIDDEN, key + ": clients may not write it");
-        }
-        const Poco::Dynamic::Var& member = json.get(key);
-        if (member.isEmpty()) {
-            const Data::OptionalPropertyBase* optional = element.getOptionalProperty(key);
-            if (optional == nullptr) {
-                return logged(OperationResult::INVALID_VALUE,
-                              key + ": is not optional, so null cannot remove it");
-            }
-            if (!optional->isNull()) plan.removals.push_back(key);
-            plan.rewrite = true;
-            continue;
-        }
-        const std::optional<MemberCheck> check = checkOf(element, key);
-        if (!check) {
-            return logged(OperationResult::UNKNOWN_PROPERTY, key + ": no such property");
-        }
-        const OperationResult checked = check->checkType(member);
-        if (!checked.isSuccess()) return logged(checked);
-        if (member.isNumeric() && !member.isInteger()) plan.rewrite = true;
-        ++plan.values;
-    }
-    return OperationResult(OperationResult::OK);
+    return firstRefusal(json, [&](const PropertyKey& key, const Poco::Dynamic::Var& member) {
+        return checkMember(element, key, member, gated, plan);
+    });
 }
 
 // Why the element (or, for a new element, its prototype) refused a value of `json` that
@@ -137,7 +165,7 @@ OperationResult missingRequired(const AbstractResource& resource, const Poco::JS
 // removals it raises its one event itself.
 OperationResult apply(AbstractResource& resource, Element& element, const Poco::UUID& id,
                       const Poco::JSON::Object& values, const Plan& plan) {
-    Poco::JSON::Object rewritten;
+    std::optional<Poco::JSON::Object> rewritten;
     const Poco::JSON::Object* forCore = plan.forCore(values, rewritten);
     if (plan.removals.empty()) return resource.updateElementFromJSON(id, forCore);
     OperationResult result(OperationResult::OK);
@@ -181,7 +209,7 @@ OperationResult ElementWriter::addChecked(const Poco::JSON::Object& element) {
     Plan plan;
     checked = checkMembers(*prototype, element, false, plan);
     if (!checked.isSuccess()) return checked;
-    Poco::JSON::Object rewritten;
+    std::optional<Poco::JSON::Object> rewritten;
     const OperationResult added = m_resource.addElement(plan.forCore(element, rewritten));
     if (added.isSuccess()) return added;
     if (added == OperationResult::DUPLICATE) {

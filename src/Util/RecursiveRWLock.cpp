@@ -48,6 +48,12 @@ bool RecursiveRWLock::isWriter() const {
 }
 
 void RecursiveRWLock::readLock() {
+    // The writer's reads need no per-thread bookkeeping (a thread's read holds are one count,
+    // whichever way they were booked).
+    if (isWriter()) {
+        ++m_writerReads;
+        return;
+    }
     if (ReadHold* hold = findReadHold(this)) {
         ++hold->depth;
         return;
@@ -76,6 +82,10 @@ void RecursiveRWLock::readLock() {
 }
 
 void RecursiveRWLock::readUnlock() {
+    if (isWriter() && m_writerReads > 0) {
+        --m_writerReads;
+        return;
+    }
     if (ReadHold* hold = findReadHold(this)) {
         if (--hold->depth > 0) return;
         dropReadHold(hold);
@@ -97,6 +107,27 @@ void RecursiveRWLock::releaseReadSide() {
     --t_holds.sidesHeld;
     --m_readerThreads;
     if (m_waitingWriters > 0) m_changed.notify_all();
+}
+
+void RecursiveRWLock::bookWriterReads() {
+    const unsigned depth = m_writerReads;
+    m_writerReads = 0;
+    if (ReadHold* hold = findReadHold(this)) {
+        hold->depth += depth;
+        return;
+    }
+    const auto overflow = m_overflowReads.find(std::this_thread::get_id());
+    if (overflow != m_overflowReads.end()) {
+        overflow->second += depth;
+        return;
+    }
+    if (t_holds.readCount < READ_HOLD_SLOTS) {
+        t_holds.reads[t_holds.readCount++] = ReadHold{this, depth};
+    } else {
+        m_overflowReads.emplace(std::this_thread::get_id(), depth);
+    }
+    ++m_readerThreads;
+    ++t_holds.sidesHeld;
 }
 
 void RecursiveRWLock::writeLock() {
@@ -126,6 +157,7 @@ void RecursiveRWLock::writeUnlock() {
     if (--m_writeDepth > 0) return;
     --t_holds.sidesHeld;
     std::lock_guard<std::mutex> guard(m_mutex);
+    if (m_writerReads > 0) bookWriterReads();
     m_writer.store(std::thread::id(), std::memory_order_relaxed);
     if (m_waitingWriters > 0 || m_waitingReaders > 0) m_changed.notify_all();
 }

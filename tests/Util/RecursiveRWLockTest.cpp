@@ -122,6 +122,9 @@ TEST(RecursiveRWLock, SequencesOnOneThreadLeaveNothingHeldAndMisuseThrows) {
         "rrorRRR",    // read three deep
         "wwwWWW",     // write three deep
         "wrWoR",      // the writer keeps reading after writeUnlock
+        "wrrWoRR",    // ... two deep
+        "rwrrWoRRR",  // ... beside the read hold it upgraded from
+        "wrRrWoR",    // reads under write taken, released, taken again
         "wrwrWWRoR",  // nested write and read, released crosswise
         "rrwrRWoRR",  // a nested reader upgrades and reads under write
         "!R!W",       // unlocking without any hold
@@ -167,8 +170,8 @@ TEST(RecursiveRWLock, ThreadsHoldMoreLocksThanTheirSlots) {
             locks.back()->writeLock();
             EXPECT_TRUE(otherLeft->load()) << "wrote while another thread still read";
             locks.back()->readLock();
+            locks.back()->writeUnlock();  // the read taken under write joins the held ones
             locks.back()->readUnlock();
-            locks.back()->writeUnlock();
         } else {
             for (int i = 0; i < 1000; ++i) std::this_thread::yield();
             *otherLeft = true;
