@@ -87,11 +87,9 @@ OperationResult ElementBatch::takeBack() {
         const Poco::UUID& id = m_ids[m_added - 1];
         const OperationResult removed = m_resource.removeElement(id);
         if (!removed.isSuccess() && result.isSuccess()) {
-            result = OperationResult(removed.value(), m_context + "id " + id.toString() +
-                                                          ": could not be taken back (" +
-                                                          OperationResult::valueToString(
-                                                              removed.value()) +
-                                                          ")");
+            result = OperationResult(
+                removed.value(), m_context + "id " + id.toString() + ": could not be taken back (" +
+                                     OperationResult::valueToString(removed.value()) + ")");
         }
     }
     return result;

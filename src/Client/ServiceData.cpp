@@ -122,8 +122,9 @@ OperationResult ServiceData::load(Data::Service& service, const Poco::JSON::Arra
             entry.isNull() ? Poco::JSON::Array::Ptr() : entry->getArray(KEY_ELEMENTS);
         if (elements.isNull() || !entry->has(KEY_NAME) || !entry->get(KEY_NAME).isString()) {
             return logged(OperationResult::INVALID_OBJECT,
-                          entryName + "expects an object with a string \"name\" and an array "
-                                      "\"elements\"");
+                          entryName +
+                              "expects an object with a string \"name\" and an array "
+                              "\"elements\"");
         }
         const std::string name = entry->getValue<std::string>(KEY_NAME);
         AbstractResource* resource = service.getResource(name);
