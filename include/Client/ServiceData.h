@@ -41,16 +41,18 @@ namespace Kivo::Client {
 /// <position>: ..."), a name no resource has (NOT_FOUND, names compared as Service::
 /// getResource does) and a resource named twice (DUPLICATE); it checks the elements of every
 /// resource before adding to any. Should an add fail after all (the checks are meant to rule
-/// that out), the elements this load added are removed again and the add's refusal answers;
-/// a resource that forbids removal (isDeleteAllowed) keeps them, and the message then says so
-/// after the refusal ("; <resource>: id <uuid>: could not be taken back (forbidden)").
+/// that out), the elements this load added are removed again by the owner's removal
+/// (AbstractResource::withdrawElement, so also where clients may not delete) and the add's
+/// refusal answers. Only a resource whose withdrawElement refuses would keep them; the
+/// message then says so after the refusal ("; <resource>: id <uuid>: could not be taken back
+/// (<code>)").
 ///
 /// References load as placeholders and resolve through the service on their first read, so
 /// the order of resources and elements in the document does not matter.
 ///
 /// Locking. save takes the tree's read lock. A load takes the tree's write lock for its checks
 /// and adds, so no other writer comes between them, and releases it before taking anything
-/// back (ElementContainer::removeElement must not be called holding it). Call these holding
+/// back (ElementContainer's removals must not be called holding it). Call these holding
 /// no lock of the tree.
 class ServiceData {
 public:

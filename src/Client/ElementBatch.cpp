@@ -85,8 +85,10 @@ OperationResult ElementBatch::takeBack() {
     OperationResult result(OperationResult::OK);
     for (; m_added > 0; --m_added) {
         const Poco::UUID& id = m_ids[m_added - 1];
-        const OperationResult removed = m_resource.removeElement(id);
-        if (!removed.isSuccess() && result.isSuccess()) {
+        const OperationResult removed = m_resource.withdrawElement(id);
+        // NOT_FOUND: somebody removed it since the load's lock was released.
+        if (removed.isSuccess() || removed == OperationResult::NOT_FOUND) continue;
+        if (result.isSuccess()) {
             result = OperationResult(
                 removed.value(), m_context + "id " + id.toString() + ": could not be taken back (" +
                                      OperationResult::valueToString(removed.value()) + ")");

@@ -37,9 +37,10 @@ public:
     /// Adds the checked elements in order and stops at the first failure, with its message
     /// worded as check's. REQUIRES: check() answered OK, under the same write lock.
     Data::OperationResult add();
-    /// Removes every element add() added; OK, or the first removal the resource refused (the
-    /// others are still removed). REQUIRES: the tree's lock is not held (see
-    /// ElementContainer::removeElement).
+    /// Removes every element add() added, by the owner's removal (AbstractResource::
+    /// withdrawElement, which the clients' delete gate does not stop); one gone meanwhile
+    /// counts as removed. OK, or the first removal the resource refused (the others are still
+    /// removed). REQUIRES: the tree's lock is not held (see ElementContainer::removeElement).
     Data::OperationResult takeBack();
 
 private:

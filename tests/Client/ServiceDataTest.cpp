@@ -185,37 +185,24 @@ TEST(ServiceData, AServiceLoadTakesEveryResourceOrNone) {
     }
 }
 
-// When an add fails after the checks passed, what the load added is removed again; a resource
-// that forbids removal keeps its part, and the message says so.
+// When an add fails after the checks passed, what the load added is removed again, also from
+// a resource that clients may not delete from.
 TEST(ServiceData, AFailedAddTakesBackWhatTheLoadAdded) {
     MediaService service;
-    FailingPlaylists failing(service, "Failing", true);
-    FailingPlaylists stubborn(service, "Stubborn", false);
+    FailingPlaylists failing(service, "Failing", false);
     failing.failAt(2);
     EXPECT_EQ("element 2 (no id): PlaylistObject: refused (processing_error)",
               ServiceData::loadResource(failing, *playlists(4)).toString());
     EXPECT_EQ(0u, failing.size());
 
     failing.failAt(1);
-    EXPECT_EQ(
-        OperationResult::PROCESSING_ERROR,
-        ServiceData::load(service, document({{"Tracks", tracks(2)}, {"Failing", playlists(3)}}))
-            .value());
-    EXPECT_EQ(0u, service.tracks.size() + failing.size());
-
-    stubborn.failAt(1);
-    const std::string message =
-        ServiceData::load(service, document({{"Tracks", tracks(2)}, {"Stubborn", playlists(3)}}))
-            .toString();
-    EXPECT_EQ(0u, service.tracks.size());
-    AbstractResource::ElementQueryResult kept;
-    ASSERT_TRUE(stubborn.getElements(kept, 0, 5).isSuccess());
-    ASSERT_EQ(1u, kept.size()) << "a resource that forbids removal keeps its part";
-    EXPECT_EQ(
-        "Stubborn: element 1 (no id): PlaylistObject: refused (processing_error); "
-        "Stubborn: id " +
-            kept[0]->getIdentification().toString() + ": could not be taken back (forbidden)",
-        message);
+    const Array data = document({{"Albums", playlists(0)},
+                                 {"Tracks", tracks(2)},
+                                 {"Failing", playlists(3)},
+                                 {"Playlists", playlists(2)}});
+    EXPECT_EQ("Failing: element 1 (no id): PlaylistObject: refused (processing_error)",
+              ServiceData::load(service, data).toString());
+    EXPECT_EQ(0u, service.tracks.size() + failing.size() + service.playlists.size());
 }
 
 }  // namespace
