@@ -47,8 +47,9 @@ namespace Kivo::Client {
 /// message then says so after the refusal ("; <resource>: id <uuid>: could not be taken back
 /// (<code>)").
 ///
-/// References load as placeholders and resolve through the service on their first read, so
-/// the order of resources and elements in the document does not matter.
+/// A reference whose target is not loaded yet holds a placeholder and resolves through the
+/// service on a later read, so the order of resources and elements in the document does not
+/// matter.
 ///
 /// Locking. save takes the tree's read lock. A load takes the tree's write lock for its checks
 /// and adds, so no other writer comes between them, and releases it before taking anything
