@@ -12,6 +12,7 @@
 #include <Poco/URI.h>
 #include <Poco/UUIDGenerator.h>
 
+#include <Client/ResourceDescription.h>
 #include <Data/Base/PropertyIndexQuery.h>
 #include <Util/RecursiveRWLock.h>
 
@@ -137,7 +138,7 @@ bool RegistrySession::describe(const Words& words) {
     if (words.size() != 2) return fail("usage: describe <resource>");
     AbstractResource* resource = resourceNamed(words[1]);
     if (resource == nullptr) return false;
-    print(resource->getSpecificationAsJSON());
+    print(Kivo::Client::ResourceDescription::of(*resource));
     return true;
 }
 
