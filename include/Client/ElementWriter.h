@@ -59,10 +59,11 @@ public:
     /// INVALID_OBJECT (a key of getRequiredProperties() missing or null), UNKNOWN_PROPERTY,
     /// WRONG_PROPERTY_TYPE, INVALID_VALUE or DUPLICATE, with nothing added.
     Data::OperationResult add(const Poco::JSON::Object& element);
-    /// What add would answer for `element` now, without adding it: OK, or the same refusal
+    /// Runs add's checks on `element` without adding it: OK, or the refusal add would answer,
     /// with the same message. Every value is checked against the resource's kind of element
     /// (so a bad value answers here, not only once the core refuses it), and an "id" held
-    /// already is DUPLICATE. The answer holds while nothing else changes the resource: a
+    /// already is DUPLICATE. Only a refusal that the core's own add makes and no member
+    /// explains is not foreseen. The answer holds while nothing else changes the resource: a
     /// caller that checks several elements before adding them holds the tree's write lock
     /// throughout.
     Data::OperationResult check(const Poco::JSON::Object& element) const;
