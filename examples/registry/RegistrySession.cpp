@@ -13,6 +13,7 @@
 #include <Poco/UUIDGenerator.h>
 
 #include <Client/ElementSearch.h>
+#include <Client/ResourceDescription.h>
 #include <Util/RecursiveRWLock.h>
 
 namespace Registry {
@@ -184,7 +185,7 @@ bool RegistrySession::describe(const Words& words) {
     if (words.size() != 2) return fail("usage: describe <resource>");
     AbstractResource* resource = resourceNamed(words[1]);
     if (resource == nullptr) return false;
-    print(resource->getSpecificationAsJSON());
+    print(Kivo::Client::ResourceDescription::of(*resource));
     return true;
 }
 

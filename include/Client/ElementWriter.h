@@ -59,6 +59,14 @@ public:
     /// INVALID_OBJECT (a key of getRequiredProperties() missing or null), UNKNOWN_PROPERTY,
     /// WRONG_PROPERTY_TYPE, INVALID_VALUE or DUPLICATE, with nothing added.
     Data::OperationResult add(const Poco::JSON::Object& element);
+    /// Runs add's checks on `element` without adding it: OK, or the refusal add would answer,
+    /// with the same message. Every value is checked against the resource's kind of element
+    /// (so a bad value answers here, not only once the core refuses it), and an "id" held
+    /// already is DUPLICATE. Only a refusal that the core's own add makes and no member
+    /// explains is not foreseen. The answer holds while nothing else changes the resource: a
+    /// caller that checks several elements before adding them holds the tree's write lock
+    /// throughout.
+    Data::OperationResult check(const Poco::JSON::Object& element) const;
     /// Writes the members of `values` into the element `id`, all or nothing. OK; NO_UPDATE
     /// when no value differs and nothing is removed; FORBIDDEN, NOT_FOUND, UNKNOWN_PROPERTY,
     /// WRONG_PROPERTY_TYPE or INVALID_VALUE with nothing changed. Optional properties created
@@ -73,6 +81,8 @@ public:
 private:
     Data::OperationResult updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values);
     Data::OperationResult addChecked(const Poco::JSON::Object& element);
+    Data::OperationResult checkNew(const Poco::JSON::Object& element) const;
+    Data::OperationResult forbiddenToAdd() const;
 
     Data::AbstractResource& m_resource;
 };

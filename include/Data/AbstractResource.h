@@ -86,6 +86,10 @@ public:
     virtual OperationResult getElements(ElementQueryResult& result, int offset, int count) const;
     /// Removes the element with `id`: OK, or the refusal's code with nothing removed.
     virtual OperationResult removeElement(const Poco::UUID& id);
+    /// The owner's removal of the element with `id`: as removeElement, but not gated by
+    /// isDeleteAllowed(), which is the clients' gate. A load that must take back what it added
+    /// uses it. INVALID_OPERATION in the base.
+    virtual OperationResult withdrawElement(const Poco::UUID& id);
     /// Runs an index query over the resource's indexes; `result` receives the elements found.
     virtual OperationResult findElements(const Base::PropertyIndexQuery& query,
                                          ElementQueryResult& result) const;

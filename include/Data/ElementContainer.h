@@ -41,6 +41,8 @@ namespace Kivo::Data {
 ///   element leaves the container and every index, then stops being observed; the container's
 ///   Ptr goes under the tree's write lock. The element is destroyed when the last Ptr to it
 ///   goes (a caller still holding one must drop it before the resource goes).
+/// - withdrawElement(id): removeElement without its gate, for the owner; NOT_FOUND for an
+///   unknown id.
 /// - clear() and the destructor remove every element the same way.
 ///
 /// Destruction: a class deriving from ElementContainer calls clear() first thing in its
@@ -68,6 +70,7 @@ public:
     OperationResult getElement(const Poco::UUID& id, Ptr& element) const override;
     OperationResult getElements(ElementQueryResult& result, int offset, int count) const override;
     OperationResult removeElement(const Poco::UUID& id) override;
+    OperationResult withdrawElement(const Poco::UUID& id) override;
     OperationResult findElements(const Base::PropertyIndexQuery& query,
                                  ElementQueryResult& result) const override;
     OperationResult updateElementFromJSON(const Poco::UUID& id,
@@ -102,6 +105,8 @@ private:
     typedef std::map<Poco::UUID, Ptr> ElementMap;
 
     bool hasRequiredProperties(const Poco::JSON::Object& json) const;
+    // Removes a held element, ungated; see removeElement.
+    OperationResult removeHeld(const Poco::UUID& id);
     // Starts observing and indexing a held element.
     void attach(Element& element);
     // Stops observing elements taken out of the container and out of the indexes, then drops
@@ -207,6 +212,16 @@ OperationResult ElementContainer<E>::getElements(ElementQueryResult& result, int
 template <class E>
 OperationResult ElementContainer<E>::removeElement(const Poco::UUID& id) {
     if (!isDeleteAllowed()) return OperationResult(OperationResult::FORBIDDEN);
+    return removeHeld(id);
+}
+
+template <class E>
+OperationResult ElementContainer<E>::withdrawElement(const Poco::UUID& id) {
+    return removeHeld(id);
+}
+
+template <class E>
+OperationResult ElementContainer<E>::removeHeld(const Poco::UUID& id) {
     ElementMap removed;
     {
         Util::ScopedRecursiveWriteLock lock(lockRef());

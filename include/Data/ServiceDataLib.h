@@ -5,6 +5,8 @@
 
 #include "Client/ElementSearch.h"
 #include "Client/ElementWriter.h"
+#include "Client/ResourceDescription.h"
+#include "Client/ServiceData.h"
 #include "Client/TextPattern.h"
 #include "Data/AbstractResource.h"
 #include "Data/Base/Object.h"

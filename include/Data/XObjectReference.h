@@ -163,6 +163,8 @@ public:
     bool isResolvedReference() const;
     /// Allows one more type identifier. Does not check the current target.
     void addAllowedType(const std::string& identifier);
+    /// A copy of the allowed set; empty when any type is allowed.
+    OneOf getAllowedTypes() const;
     /// Replaces the allowed set. Throws Poco::BugcheckException("New allowed type set would not
     /// allow current XObject reference"), keeping the old set, when the reference is not null
     /// and `types` lacks the current target's type identifier (so an empty set is refused).
@@ -224,6 +226,8 @@ public:
     bool isResolvedReference() const { return m_value.isResolvedReference(); }
     /// Allows one more type identifier for later writes; the current target is not checked.
     void addAllowedType(const std::string& identifier) { m_value.addAllowedType(identifier); }
+    /// The value's allowed set (XObjectReference::getAllowedTypes).
+    XObjectReference::OneOf getAllowedTypes() const { return m_value.getAllowedTypes(); }
     /// Throws as XObjectReference::setAllowedTypes.
     void setAllowedTypes(const XObjectReference::OneOf& types) { m_value.setAllowedTypes(types); }
 };

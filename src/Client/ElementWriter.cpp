@@ -135,10 +135,9 @@ OperationResult checkMembers(const Element& element, const Poco::JSON::Object& j
     });
 }
 
-// Why the element (or, for a new element, its prototype) refused a value of `json` that
-// passed the first round: the first member whose property refuses it. REQUIRES: the read lock.
-OperationResult explainRefusal(const Element& element, const Poco::JSON::Object& json,
-                               const OperationResult& refusal) {
+// The second round over members that passed the first: the first member whose property
+// refuses its value, or OK. REQUIRES: the read lock.
+OperationResult checkValues(const Element& element, const Poco::JSON::Object& json) {
     for (const std::string& key : json.getNames()) {
         const Poco::Dynamic::Var& member = json.get(key);
         if (member.isEmpty()) continue;
@@ -147,8 +146,25 @@ OperationResult explainRefusal(const Element& element, const Poco::JSON::Object&
         const OperationResult explained = check->explain(member);
         if (!explained.isSuccess()) return logged(explained);
     }
-    return logged(refusal.value(),
-                  element.getType().name + ": refused (" + refusal.toString() + ")");
+    return OperationResult(OperationResult::OK);
+}
+
+// Why the element (or, for a new element, its prototype) refused a value of `json` that
+// passed the first round. REQUIRES: the read lock.
+OperationResult explainRefusal(const Element& element, const Poco::JSON::Object& json,
+                               const OperationResult& refusal) {
+    const OperationResult explained = checkValues(element, json);
+    if (!explained.isSuccess()) return explained;
+    // The core's own refusals carry no message; their code's string stands in for it.
+    const std::string reason = refusal.toString().empty()
+                                   ? OperationResult::valueToString(refusal.value())
+                                   : refusal.toString();
+    return logged(refusal.value(), element.getType().name + ": refused (" + reason + ")");
+}
+
+OperationResult duplicateId(const std::string& id) {
+    return logged(OperationResult::DUPLICATE,
+                  "id " + id + ": an element with this id exists already");
 }
 
 OperationResult missingRequired(const AbstractResource& resource, const Poco::JSON::Object& json) {
@@ -182,11 +198,13 @@ OperationResult apply(AbstractResource& resource, Element& element, const Poco::
 
 }  // namespace
 
+OperationResult ElementWriter::forbiddenToAdd() const {
+    return logged(OperationResult::FORBIDDEN,
+                  m_resource.getType().name + ": clients may not add or change elements");
+}
+
 OperationResult ElementWriter::add(const Poco::JSON::Object& element) {
-    if (!m_resource.isPostAllowed()) {
-        return logged(OperationResult::FORBIDDEN,
-                      m_resource.getType().name + ": clients may not add or change elements");
-    }
+    if (!m_resource.isPostAllowed()) return forbiddenToAdd();
     try {
         return addChecked(element);
     } catch (const std::exception& error) {
@@ -213,11 +231,44 @@ OperationResult ElementWriter::addChecked(const Poco::JSON::Object& element) {
     const OperationResult added = m_resource.addElement(plan.forCore(element, rewritten));
     if (added.isSuccess()) return added;
     if (added == OperationResult::DUPLICATE) {
-        return logged(OperationResult::DUPLICATE,
-                      "id " + element.getValue<std::string>(Data::XObject::KEY_ID) +
-                          ": an element with this id exists already");
+        return duplicateId(element.getValue<std::string>(Data::XObject::KEY_ID));
     }
     return explainRefusal(*prototype, element, added);
+}
+
+OperationResult ElementWriter::check(const Poco::JSON::Object& element) const {
+    if (!m_resource.isPostAllowed()) return forbiddenToAdd();
+    try {
+        return checkNew(element);
+    } catch (const std::exception& error) {
+        return logged(
+            OperationResult::PROCESSING_ERROR,
+            m_resource.getType().name + ": the element could not be checked: " + error.what());
+    }
+}
+
+OperationResult ElementWriter::checkNew(const Poco::JSON::Object& element) const {
+    const AbstractResource::Ptr prototype = m_resource.createDetachedElement();
+    if (prototype.isNull()) {
+        return logged(OperationResult::INVALID_OPERATION,
+                      m_resource.getType().name + ": holds no elements");
+    }
+    OperationResult checked = missingRequired(m_resource, element);
+    if (!checked.isSuccess()) return checked;
+    {
+        Util::ScopedRecursiveReadLock lock(*prototype->getLock());
+        Plan plan;
+        checked = checkMembers(*prototype, element, false, plan);
+        if (!checked.isSuccess()) return checked;
+        checked = checkValues(*prototype, element);
+        if (!checked.isSuccess()) return checked;
+    }
+    // Without an "id" the new element draws a fresh one, which nothing holds; a present one
+    // passed the checks above as a UUID text.
+    if (!element.has(Data::XObject::KEY_ID)) return checked;
+    const std::string id = element.getValue<std::string>(Data::XObject::KEY_ID);
+    if (m_resource.hasElement(Poco::UUID(id))) return duplicateId(id);
+    return checked;
 }
 
 OperationResult ElementWriter::update(const Poco::UUID& id, const Poco::JSON::Object& values) {

@@ -96,7 +96,7 @@ const char* formatReason(PropertyValueString::FormatType format) {
 
 std::string enumReason(const Data::Base::PropertyValueEnum& value) {
     std::string words;
-    for (const std::string& word : value.getEnumValues()) {
+    for (const std::string& word : value.getDeclaredEnumValues()) {
         words += (words.empty() ? "" : ", ") + word;
     }
     return "is not one of " + words;

@@ -81,6 +81,10 @@ OperationResult AbstractResource::removeElement(const Poco::UUID&) {
     return OperationResult(OperationResult::INVALID_OPERATION);
 }
 
+OperationResult AbstractResource::withdrawElement(const Poco::UUID&) {
+    return OperationResult(OperationResult::INVALID_OPERATION);
+}
+
 OperationResult AbstractResource::findElements(const Base::PropertyIndexQuery&,
                                                ElementQueryResult&) const {
     return OperationResult(OperationResult::INVALID_OPERATION);

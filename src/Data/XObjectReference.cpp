@@ -351,6 +351,11 @@ void XObjectReference::addAllowedType(const std::string& identifier) {
     m_oneOf.insert(identifier);
 }
 
+XObjectReference::OneOf XObjectReference::getAllowedTypes() const {
+    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    return m_oneOf;
+}
+
 void XObjectReference::setAllowedTypes(const OneOf& types) {
     Poco::Mutex::ScopedLock lock(m_mutexValue);
     const XObject* target = getValuePriv();

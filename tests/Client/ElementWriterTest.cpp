@@ -213,9 +213,9 @@ TEST_F(ElementWriterTest, RefusalsExplainThemselves) {
          "rating: 9223372036854775808 is beyond the 64-bit integer range"},
         {"{\"level\":9}", OperationResult::INVALID_VALUE, "level: 9 is above the maximum 5"},
         {"{\"genre\":\"opera\"}", OperationResult::INVALID_VALUE,
-         "genre: \"opera\" is not one of jazz, pop, rock"},
+         "genre: \"opera\" is not one of rock, pop, jazz"},
         {"{\"genre\":\"a\\\"b\\n\"}", OperationResult::INVALID_VALUE,
-         "genre: \"a\\\"b?\" is not one of jazz, pop, rock"},
+         "genre: \"a\\\"b?\" is not one of rock, pop, jazz"},
         {"{\"released\":\"2024-13-01\"}", OperationResult::INVALID_VALUE,
          "released: \"2024-13-01\" is not a date (YYYY-MM-DD)"},
         {"{\"code\":\"abc\"}", OperationResult::INVALID_VALUE,
@@ -350,6 +350,32 @@ TEST_F(ElementWriterTest, AddsAndRemovesElements) {
     EXPECT_EQ(OperationResult::OK, writer.remove(Poco::UUID(OTHER_ID)).value());
     EXPECT_EQ(1u, songs.size());
     EXPECT_EQ(0u, found("level", "4"));
+}
+
+// check answers as add would, message included, and adds nothing.
+TEST_F(ElementWriterTest, CheckAnswersAsAddWithoutAdding) {
+    const std::vector<std::string> requests = {
+        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"rating\":9}",
+        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"genre\":\"ska\"}",
+        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"colour\":\"red\"}",
+        "{\"id\":\"" + OTHER_ID + "\",\"rating\":1}",
+        "{\"id\":\"" + SONG_ID + "\",\"name\":\"B\"}",
+        "{\"id\":\"not a uuid\",\"name\":\"B\"}",
+    };
+    for (const std::string& request : requests) {
+        const OperationResult checked = writer.check(*parse(request));
+        EXPECT_FALSE(checked.isSuccess()) << request;
+        EXPECT_EQ(1u, songs.size()) << request;
+        const OperationResult added = writer.add(*parse(request));
+        EXPECT_EQ(added.value(), checked.value()) << request;
+        EXPECT_EQ(added.toString(), checked.toString()) << request;
+    }
+    const Poco::JSON::Object::Ptr good =
+        parse("{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"rating\":2}");
+    EXPECT_EQ(OperationResult::OK, writer.check(*good).value());
+    EXPECT_EQ(1u, songs.size());
+    songs.postAllowed = false;
+    EXPECT_EQ(OperationResult::FORBIDDEN, writer.check(*good).value());
 }
 
 }  // namespace

@@ -103,8 +103,13 @@ TEST(ElementContainer, AddGetAndRemoveResults) {
     EXPECT_EQ(OperationResult::NOT_FOUND,
               tree.items.updateElementFromJSON(unknown, parse("{}").get()).value());
     EXPECT_EQ(OperationResult::NOT_FOUND, tree.items.removeElement(unknown).value());
+    EXPECT_EQ(OperationResult::NOT_FOUND, tree.items.withdrawElement(unknown).value());
     tree.items.deletable = false;
     EXPECT_EQ(OperationResult::FORBIDDEN, tree.items.removeElement(Poco::UUID(id(1))).value());
+    ASSERT_EQ(OperationResult::OK, tree.add(2, "two").value());
+    EXPECT_EQ(OperationResult::OK, tree.items.withdrawElement(Poco::UUID(id(2))).value())
+        << "the owner's removal ignores the clients' gate";
+    EXPECT_EQ(Texts{"one"}, tree.byKey("title", "%"));
     tree.items.deletable = true;
     EXPECT_EQ(OperationResult::OK, tree.items.removeElement(Poco::UUID(id(1))).value());
     // A removed element that a caller still holds no longer moves the indexes.

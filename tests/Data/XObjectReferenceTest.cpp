@@ -273,6 +273,11 @@ TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
     // The empty set would allow any type, yet is refused as well.
     EXPECT_EQ(refusal, bugcheckMessage([&] { reference.setAllowedTypes({}); }));
     EXPECT_TRUE(reference.isValidValue(note)) << "a refused set must leave the old one";
+    EXPECT_EQ(XObjectReference::OneOf{}, reference.getAllowedTypes()) << "the old set is kept";
+    reference.addAllowedType("Phone.notes.noteObject");
+    reference.addAllowedType("Phone.contacts.contactObject");
+    EXPECT_EQ((XObjectReference::OneOf{"Phone.contacts.contactObject", "Phone.notes.noteObject"}),
+              reference.getAllowedTypes());
 }
 
 TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {

@@ -36,15 +36,23 @@ public:
     /// empty list allows everything, so the value then stays.
     void setEnumValues(const EnumValues& values);
     /// Allows one more word; the current value is not re-examined.
-    void addEnumValue(const value_type& word) { m_enumValues.insert(word); }
+    void addEnumValue(const value_type& word);
     /// The allowed words; empty when any text is allowed.
     const EnumValueSet& getEnumValues() const { return m_enumValues; }
+    /// The same words in the order they were declared (constructor or setEnumValues list,
+    /// then addEnumValue calls), each once, at its first place. Clients show them in this
+    /// order; the set above keeps the byte-wise order that lookups and existing output use.
+    const EnumValues& getDeclaredEnumValues() const { return m_declaredValues; }
 
     /// True for an empty set; otherwise whether `value` is one of the words.
     bool isValidValue(const std::string& value) const override;
 
 private:
+    // The list without repeated words, in first-seen order.
+    static EnumValues withoutRepeats(const EnumValues& values);
+
     EnumValueSet m_enumValues;
+    EnumValues m_declaredValues;  // the words of m_enumValues, in declared order
 };
 
 }  // namespace Kivo::Data::Base

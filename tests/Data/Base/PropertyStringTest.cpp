@@ -56,6 +56,21 @@ TEST(PropertyValueEnum, StartsWithTheFirstGivenWordAndRefusesOthers) {
     EXPECT_FALSE(PropertyValueEnum(Words{}).setCustomFormat("x")) << "an enum is not custom";
 }
 
+// The declared order is kept beside the byte-wise set, each word once, at its first place.
+TEST(PropertyValueEnum, KeepsTheDeclaredOrderOfItsWords) {
+    PropertyValueEnum value(Words{"off", "auto", "on", "auto"});
+    EXPECT_EQ((Words{"off", "auto", "on"}), value.getDeclaredEnumValues());
+    EXPECT_EQ((PropertyValueEnum::EnumValueSet{"auto", "off", "on"}), value.getEnumValues());
+    value.addEnumValue("dim");
+    value.addEnumValue("auto");
+    EXPECT_EQ((Words{"off", "auto", "on", "dim"}), value.getDeclaredEnumValues());
+    const PropertyValueEnum copy(value);
+    value.setEnumValues({"z", "a"});
+    EXPECT_EQ((Words{"z", "a"}), value.getDeclaredEnumValues());
+    EXPECT_EQ((Words{"off", "auto", "on", "dim"}), copy.getDeclaredEnumValues());
+    EXPECT_EQ((Words{"b", "a"}), PropertyValueEnum("a", Words{"b", "a"}).getDeclaredEnumValues());
+}
+
 TEST(PropertyValueEnum, SetEnumValuesReplacesAValueThatLostItsWord) {
     PropertyValueEnum value("on", Words{"off", "on"});
     value.setEnumValues({"on", "dim"});
