@@ -42,6 +42,9 @@ namespace Kivo::Data {
 ///   Ptr goes under the tree's write lock. The element is destroyed when the last Ptr to it
 ///   goes (a caller still holding one must drop it before the resource goes).
 /// - clear() and the destructor remove every element the same way.
+/// - The service's element observer (IElementObserver), if any, is told of every element that
+///   joins (after it is held and indexed) and leaves (before it is dropped), under the write
+///   lock; refused additions are never reported.
 ///
 /// Destruction: a class deriving from ElementContainer calls clear() first thing in its
 /// destructor. DataChanged deliveries run on pool threads and reach the resource through its
@@ -140,7 +143,10 @@ void ElementContainer<E>::clear() {
     ElementMap removed;
     {
         Util::ScopedRecursiveWriteLock lock(lockRef());
-        for (auto& entry : m_elements) unindexElementProperties(*entry.second);
+        for (auto& entry : m_elements) {
+            unindexElementProperties(*entry.second);
+            announceRemoved(*entry.second);
+        }
         removed.swap(m_elements);
     }
     release(removed);
@@ -169,6 +175,7 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
     if (m_elements.count(id) != 0) return OperationResult(OperationResult::DUPLICATE);
     m_elements.emplace(id, element);
     attach(*element);
+    announceAdded(*element);
     return OperationResult(OperationResult::OK);
 }
 
@@ -213,6 +220,7 @@ OperationResult ElementContainer<E>::removeElement(const Poco::UUID& id) {
         const auto entry = m_elements.find(id);
         if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
         unindexElementProperties(*entry->second);
+        announceRemoved(*entry->second);
         removed.insert(m_elements.extract(entry));
     }
     release(removed);
