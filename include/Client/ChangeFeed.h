@@ -89,7 +89,8 @@ public:
     /// A subscriber's place in the feed: destroying or resetting it unsubscribes, waiting for a
     /// delivery to that subscriber that is running on the feed's thread (unless it is called on
     /// that thread, from a subscriber). Once that has returned the callback is never called
-    /// again. Movable, not copyable; may outlive the feed.
+    /// again. End it holding no lock that the subscriber takes, the tree's lock included.
+    /// Movable, not copyable; may outlive the feed.
     class Subscription {
     public:
         /// Subscribed to nothing.
