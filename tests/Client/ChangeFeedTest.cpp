@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -295,9 +296,14 @@ TEST_F(ChangeFeedTest, DeliversOutsideTheTreeLockWhileWritersRun) {
 }
 
 // A subscriber held up past the history size still gets every event; the history then holds
-// what it has not been given.
+// what it has not been given. One that throws is called for every event all the same.
 TEST_F(ChangeFeedTest, LosesNothingForASlowSubscriber) {
     add(items, FIRST_ID, "one");
+    std::atomic<int> thrown{0};
+    ChangeFeed::Subscription throwing = feed.subscribe([&](const ChangeEvent&) {
+        ++thrown;
+        throw std::runtime_error("subscriber failure");
+    }, {}, 0);
     std::mutex gate;
     std::unique_lock<std::mutex> closed(gate);
     ChangeFeed::Subscription slow = feed.subscribe([&](const ChangeEvent& event) {
@@ -318,6 +324,12 @@ TEST_F(ChangeFeedTest, LosesNothingForASlowSubscriber) {
     for (std::size_t i = 0; i < revisions.size(); ++i) ASSERT_EQ(i + 1, revisions[i]);
     EXPECT_EQ(41u, late.revisions().front());
     EXPECT_EQ(51u, late.revisions().back());
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (thrown < 51 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    throwing.reset();
+    EXPECT_EQ(51, thrown.load());
 }
 
 // Subscriptions come and go, one ends itself from inside its delivery, and the feed goes, all
@@ -325,6 +337,25 @@ TEST_F(ChangeFeedTest, LosesNothingForASlowSubscriber) {
 // everything recorded before it.
 TEST_F(ChangeFeedTest, EndsSubscriptionsAndTheFeedWhileEventsFlow) {
     add(items, FIRST_ID, "one");
+    // Ending a subscription waits for the delivery to it that is running.
+    std::atomic<bool> inside{false};
+    std::atomic<bool> release{false};
+    ChangeFeed::Subscription blocking = feed.subscribe([&](const ChangeEvent&) {
+        inside = true;
+        while (!release) std::this_thread::yield();
+    }, {}, 0);
+    while (!inside) std::this_thread::yield();
+    std::atomic<bool> ended{false};
+    std::thread ending([&] {
+        blocking.reset();
+        ended = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(ended.load());
+    release = true;
+    ending.join();
+    EXPECT_TRUE(ended.load());
+
     std::atomic<bool> writing{true};
     std::thread writerThread([&] {
         for (int i = 0; writing; ++i) writer.set(Poco::UUID(FIRST_ID), "count", i % 100);
