@@ -5,7 +5,6 @@
 #include "Client/ElementWriter.h"
 #include "Data/ElementContainer.h"
 #include "Data/Service.h"
-
 #include "DeliveryCounter.h"
 
 namespace {
@@ -50,8 +49,8 @@ void BM_FeedWritesDelivered(benchmark::State& state) {
     json.set("id", id.toString());
     if (!items.addElement(&json).isSuccess()) state.SkipWithError("element not added");
     Kivo::Bench::DeliveryCounter counter;
-    ChangeFeed::Subscription subscription = feed.subscribe(
-        [&counter](const ChangeEvent& event) { counter.onChangeEvent(event); });
+    ChangeFeed::Subscription subscription =
+        feed.subscribe([&counter](const ChangeEvent& event) { counter.onChangeEvent(event); });
     Poco::JSON::Object updates[2];
     updates[0].set("text", "b");
     updates[1].set("text", "a");

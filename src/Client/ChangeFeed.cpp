@@ -76,8 +76,8 @@ Poco::JSON::Object::Ptr ChangeFeed::toJSONWithRevision(const Data::Element& elem
 
 void ChangeFeed::elementAdded(const Data::AbstractResource& resource,
                               const Data::Element& element) {
-    m_core->record(ChangeEvent::ADDED, resource.getName().getValue(),
-                   element.getIdentification(), nullptr, element.toJSON(0));
+    m_core->record(ChangeEvent::ADDED, resource.getName().getValue(), element.getIdentification(),
+                   nullptr, element.toJSON(0));
 }
 
 void ChangeFeed::elementChanged(const Data::Element& element, const Data::KeyCollection& keys) {
@@ -92,8 +92,8 @@ void ChangeFeed::elementChanged(const Data::Element& element, const Data::KeyCol
 
 void ChangeFeed::elementRemoved(const Data::AbstractResource& resource,
                                 const Data::Element& element) {
-    m_core->record(ChangeEvent::REMOVED, resource.getName().getValue(),
-                   element.getIdentification(), nullptr, nullptr);
+    m_core->record(ChangeEvent::REMOVED, resource.getName().getValue(), element.getIdentification(),
+                   nullptr, nullptr);
 }
 
 }  // namespace Kivo::Client

@@ -207,8 +207,7 @@ OperationResult ElementWriter::update(const Poco::UUID& id, const Poco::JSON::Ob
     return updateChecked(id, values, expected);
 }
 
-OperationResult ElementWriter::updateChecked(const Poco::UUID& id,
-                                             const Poco::JSON::Object& values,
+OperationResult ElementWriter::updateChecked(const Poco::UUID& id, const Poco::JSON::Object& values,
                                              std::optional<ChangeEvent::Revision> expected) {
     if (!m_resource.isPostAllowed()) {
         return logged(OperationResult::FORBIDDEN,
@@ -223,8 +222,7 @@ OperationResult ElementWriter::updateChecked(const Poco::UUID& id,
     }
 }
 
-OperationResult ElementWriter::updateLocked(const Poco::UUID& id,
-                                            const Poco::JSON::Object& values,
+OperationResult ElementWriter::updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values,
                                             std::optional<ChangeEvent::Revision> expected) {
     // Checks and writes under one write lock, so nothing changes between them.
     Util::ScopedRecursiveWriteLock lock(*m_resource.getLock());

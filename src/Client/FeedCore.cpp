@@ -118,7 +118,8 @@ FeedCore::SubscriberPtr FeedCore::nextWithWork(std::uint64_t& id) {
     const auto hasWork = [this](const auto& entry) {
         return entry.second->resyncPending || entry.second->next <= m_revision;
     };
-    auto found = std::find_if(m_subscribers.upper_bound(m_lastServed), m_subscribers.end(), hasWork);
+    auto found =
+        std::find_if(m_subscribers.upper_bound(m_lastServed), m_subscribers.end(), hasWork);
     if (found == m_subscribers.end()) {
         found = std::find_if(m_subscribers.begin(), m_subscribers.end(), hasWork);
     }
@@ -157,8 +158,8 @@ void FeedCore::deliver(Subscriber& subscriber, const std::vector<ChangeEvent>& b
                 subscriber.callback(event.restrictedTo(filter.keys));
             }
         } catch (const std::exception& error) {
-            QES_LOG_ERROR("ChangeFeed: a subscriber threw at revision " << event.revision()
-                                                                        << ": " << error.what());
+            QES_LOG_ERROR("ChangeFeed: a subscriber threw at revision " << event.revision() << ": "
+                                                                        << error.what());
         } catch (...) {
             QES_LOG_ERROR("ChangeFeed: a subscriber threw at revision " << event.revision());
         }

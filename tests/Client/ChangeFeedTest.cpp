@@ -5,8 +5,8 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -67,7 +67,7 @@ public:
 private:
     mutable std::mutex m_mutex;
     std::condition_variable m_arrived;
-    std::vector<std::string> m_events;              // guarded by m_mutex
+    std::vector<std::string> m_events;               // guarded by m_mutex
     std::vector<ChangeEvent::Revision> m_revisions;  // guarded by m_mutex
 };
 
@@ -106,22 +106,23 @@ TEST_F(ChangeFeedTest, NumbersEveryChangeInOrderWhoeverMakesIt) {
     EXPECT_EQ(0u, feed.currentRevision());
     add(items, FIRST_ID, "one");
     // A refused addition reports nothing, also not the values the refused element was given.
-    EXPECT_EQ(OperationResult::DUPLICATE,
-              items.addElement(parse("{\"id\":\"" + FIRST_ID + "\",\"title\":\"x\"}").get())
-                  .value());
+    EXPECT_EQ(
+        OperationResult::DUPLICATE,
+        items.addElement(parse("{\"id\":\"" + FIRST_ID + "\",\"title\":\"x\"}").get()).value());
     TestElement& first = element(FIRST_ID);
     EXPECT_EQ(OperationResult::OK, first.setProperty("count", "5").value());
     EXPECT_EQ(OperationResult::OK,
-              items.updateElementFromJSON(first.getIdentification(),
-                                          parse("{\"count\":6,\"title\":\"two\"}").get())
+              items
+                  .updateElementFromJSON(first.getIdentification(),
+                                         parse("{\"count\":6,\"title\":\"two\"}").get())
                   .value());
     EXPECT_EQ(OperationResult::NO_UPDATE,
               writer.update(first.getIdentification(), *parse("{\"count\":6}")).value());
     EXPECT_EQ(OperationResult::OK,
               writer.update(first.getIdentification(), *parse("{\"note\":\"hi\"}")).value());
-    EXPECT_EQ(OperationResult::OK,
-              writer.update(first.getIdentification(), *parse("{\"note\":null,\"count\":7}"))
-                  .value());
+    EXPECT_EQ(
+        OperationResult::OK,
+        writer.update(first.getIdentification(), *parse("{\"note\":null,\"count\":7}")).value());
     EXPECT_EQ(5u, feed.revisionOf(first.getIdentification()));
     add(others, SECOND_ID, "other");
     EXPECT_EQ(OperationResult::OK, items.removeElement(Poco::UUID(FIRST_ID)).value());
@@ -208,7 +209,8 @@ TEST_F(ChangeFeedTest, FiltersByResourceAndKey) {
     const Poco::UUID first(FIRST_ID);
     const Poco::UUID second(SECOND_ID);
     ASSERT_EQ(OperationResult::OK, writer.set(first, "count", 3).value());
-    ASSERT_EQ(OperationResult::OK, writer.update(first, *parse("{\"count\":4,\"title\":\"x\"}")).value());
+    ASSERT_EQ(OperationResult::OK,
+              writer.update(first, *parse("{\"count\":4,\"title\":\"x\"}")).value());
     ASSERT_EQ(OperationResult::OK,
               others.updateElementFromJSON(second, parse("{\"title\":\"y\"}").get()).value());
     ASSERT_EQ(OperationResult::OK, items.removeElement(first).value());
@@ -268,27 +270,30 @@ TEST_F(ChangeFeedTest, DeliversOutsideTheTreeLockWhileWritersRun) {
     add(items, FIRST_ID, "one");
     add(items, SECOND_ID, "two");
     std::atomic<int> underLock{0};
-    ChangeFeed::Subscription subscription = feed.subscribe([&](const ChangeEvent& event) {
-        if (Util::RecursiveRWLock::isAnyHeldByCallingThread()) ++underLock;
-        // Would wait forever if a writer held the write side while waiting for this delivery.
-        Util::ScopedRecursiveReadLock lock(*service.getLock());
-        EXPECT_TRUE(items.hasElement(event.id()) || event.kind() == ChangeEvent::REMOVED);
-        received(event);
-    }, {}, 0);
+    ChangeFeed::Subscription subscription = feed.subscribe(
+        [&](const ChangeEvent& event) {
+            if (Util::RecursiveRWLock::isAnyHeldByCallingThread()) ++underLock;
+            // Would wait forever if a writer held the write side while waiting for this delivery.
+            Util::ScopedRecursiveReadLock lock(*service.getLock());
+            EXPECT_TRUE(items.hasElement(event.id()) || event.kind() == ChangeEvent::REMOVED);
+            received(event);
+        },
+        {}, 0);
     const int writes = 300;
     std::thread viaWriter([&] {
         for (int i = 0; i < writes; ++i) writer.set(Poco::UUID(FIRST_ID), "count", i % 100);
     });
     std::thread viaCore([&] {
         for (int i = 0; i < writes; ++i) {
-            items.updateElementFromJSON(
-                Poco::UUID(SECOND_ID), parse("{\"title\":\"t" + std::to_string(i) + "\"}").get());
+            items.updateElementFromJSON(Poco::UUID(SECOND_ID),
+                                        parse("{\"title\":\"t" + std::to_string(i) + "\"}").get());
         }
     });
     viaWriter.join();
     viaCore.join();
     const ChangeEvent::Revision last = feed.currentRevision();
-    EXPECT_LE(static_cast<ChangeEvent::Revision>(writes + 2), last);  // count repeats no value twice in a row
+    EXPECT_LE(static_cast<ChangeEvent::Revision>(writes + 2),
+              last);  // count repeats no value twice in a row
     ASSERT_TRUE(received.waitFor(last));
     const std::vector<ChangeEvent::Revision> revisions = received.revisions();
     for (std::size_t i = 0; i < revisions.size(); ++i) ASSERT_EQ(i + 1, revisions[i]);
@@ -300,16 +305,20 @@ TEST_F(ChangeFeedTest, DeliversOutsideTheTreeLockWhileWritersRun) {
 TEST_F(ChangeFeedTest, LosesNothingForASlowSubscriber) {
     add(items, FIRST_ID, "one");
     std::atomic<int> thrown{0};
-    ChangeFeed::Subscription throwing = feed.subscribe([&](const ChangeEvent&) {
-        ++thrown;
-        throw std::runtime_error("subscriber failure");
-    }, {}, 0);
+    ChangeFeed::Subscription throwing = feed.subscribe(
+        [&](const ChangeEvent&) {
+            ++thrown;
+            throw std::runtime_error("subscriber failure");
+        },
+        {}, 0);
     std::mutex gate;
     std::unique_lock<std::mutex> closed(gate);
-    ChangeFeed::Subscription slow = feed.subscribe([&](const ChangeEvent& event) {
-        std::lock_guard<std::mutex> wait(gate);
-        received(event);
-    }, {}, 0);
+    ChangeFeed::Subscription slow = feed.subscribe(
+        [&](const ChangeEvent& event) {
+            std::lock_guard<std::mutex> wait(gate);
+            received(event);
+        },
+        {}, 0);
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(OperationResult::OK,
                   element(FIRST_ID).setProperty("count", std::to_string(i + 1)).value());
@@ -340,10 +349,12 @@ TEST_F(ChangeFeedTest, EndsSubscriptionsAndTheFeedWhileEventsFlow) {
     // Ending a subscription waits for the delivery to it that is running.
     std::atomic<bool> inside{false};
     std::atomic<bool> release{false};
-    ChangeFeed::Subscription blocking = feed.subscribe([&](const ChangeEvent&) {
-        inside = true;
-        while (!release) std::this_thread::yield();
-    }, {}, 0);
+    ChangeFeed::Subscription blocking = feed.subscribe(
+        [&](const ChangeEvent&) {
+            inside = true;
+            while (!release) std::this_thread::yield();
+        },
+        {}, 0);
     while (!inside) std::this_thread::yield();
     std::atomic<bool> ended{false};
     std::thread ending([&] {
