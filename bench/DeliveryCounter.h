@@ -4,15 +4,21 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Client/ChangeEvent.h"
 #include "Data/Element.h"
 
 namespace Kivo::Bench {
 
-// A DataChanged subscriber that counts deliveries and lets a caller wait for a given count,
+// A DataChanged (or change feed) subscriber that counts deliveries and lets a caller wait for a given count,
 // so a benchmark can include delivery in what it times or wait for it before the next round.
 class DeliveryCounter {
 public:
     void onDataChanged(const void*, Data::IElementDataChangedSource::DataChangedEventPayload&) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_count;
+        m_arrived.notify_all();
+    }
+    void onChangeEvent(const Client::ChangeEvent&) {
         std::lock_guard<std::mutex> lock(m_mutex);
         ++m_count;
         m_arrived.notify_all();

@@ -1,12 +1,14 @@
 #ifndef QESSERVICEDATALIB_CLIENT_ELEMENTWRITER_H
 #define QESSERVICEDATALIB_CLIENT_ELEMENTWRITER_H
 
+#include <optional>
 #include <string>
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/UUID.h>
 
+#include "Client/ChangeEvent.h"
 #include "Data/Base/Object.h"
 #include "Data/OperationResult.h"
 
@@ -17,6 +19,8 @@ class AbstractResource;
 /// The client-facing layer: what remote clients may do with a service's data, checked and
 /// explained in terms a client understands.
 namespace Kivo::Client {
+
+class ChangeFeed;
 
 /// The way a remote client's writes reach the elements of one resource: every value of the
 /// client's JSON is checked against the kind of the property it names before anything
@@ -46,13 +50,22 @@ namespace Kivo::Client {
 /// changed or removed; NO_UPDATE (nothing differed) raises none. add raises none, as the
 /// element has no subscribers before it exists.
 ///
-/// The writer keeps only a reference to the resource, which must outlive it. It takes the
+/// Conditional updates. Given the service's ChangeFeed, the writer also updates an element
+/// only if it is still at the revision a client read (ChangeFeed::revisionOf, the "revision"
+/// of ChangeFeed::toJSONWithRevision): otherwise INVALID_OPERATION with "id <uuid>: changed
+/// since revision <n> (now <m>)", and nothing changes. The check and the write happen under
+/// one write lock, so no other write comes between them.
+///
+/// The writer keeps only a reference to the resource (and a pointer to the feed), which must
+/// outlive it. It takes the
 /// tree's lock itself (the write side for a check-and-write sequence); call it holding no lock
 /// of the tree, from any thread, as the resource's own operations.
 class ElementWriter {
 public:
-    /// A writer for the elements of `resource`.
-    explicit ElementWriter(Data::AbstractResource& resource) : m_resource(resource) {}
+    /// A writer for the elements of `resource`; `feed`, the change feed of the resource's
+    /// service, enables conditional updates.
+    explicit ElementWriter(Data::AbstractResource& resource, const ChangeFeed* feed = nullptr)
+        : m_resource(resource), m_feed(feed) {}
 
     /// Adds a new element from its JSON form (with "id" and "name" as the resource needs).
     /// OK; FORBIDDEN, INVALID_OPERATION (a resource without elements of its own),
@@ -72,6 +85,10 @@ public:
     /// WRONG_PROPERTY_TYPE or INVALID_VALUE with nothing changed. Optional properties created
     /// are indexed before it returns.
     Data::OperationResult update(const Poco::UUID& id, const Poco::JSON::Object& values);
+    /// update, refused as the class comment says unless the element is still at revision
+    /// `expected`. INVALID_OPERATION as well for a writer without a feed.
+    Data::OperationResult update(const Poco::UUID& id, const Poco::JSON::Object& values,
+                                 ChangeEvent::Revision expected);
     /// update with the one member `key`: `value`.
     Data::OperationResult set(const Poco::UUID& id, const Data::Base::PropertyKey& key,
                               const Poco::Dynamic::Var& value);
@@ -79,12 +96,16 @@ public:
     Data::OperationResult remove(const Poco::UUID& id);
 
 private:
-    Data::OperationResult updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values);
+    Data::OperationResult updateChecked(const Poco::UUID& id, const Poco::JSON::Object& values,
+                                        std::optional<ChangeEvent::Revision> expected);
+    Data::OperationResult updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values,
+                                       std::optional<ChangeEvent::Revision> expected);
     Data::OperationResult addChecked(const Poco::JSON::Object& element);
     Data::OperationResult checkNew(const Poco::JSON::Object& element) const;
     Data::OperationResult forbiddenToAdd() const;
 
     Data::AbstractResource& m_resource;
+    const ChangeFeed* m_feed;  // not owned; may be null
 };
 
 }  // namespace Kivo::Client

@@ -174,6 +174,14 @@ protected:
     void indexElementProperties(Element& element);
     /// Drops `element` from every index of the resource.
     void unindexElementProperties(Element& element);
+    /// Marks `element` as held by the resource and tells the service's element observer, if
+    /// any, that it was added. A container calls it under the write lock once the element has
+    /// joined it; from then on the element's changes reach the observer.
+    void announceAdded(Element& element);
+    /// Tells the service's element observer, if any, that `element` leaves the resource, and
+    /// marks it as no longer held. A container calls it under the write lock as it takes the
+    /// element out.
+    void announceRemoved(Element& element);
     /// The description of a resource whose elements look like `prototype` (a fresh element,
     /// whose unset optional properties are given their initial values here):
     ///

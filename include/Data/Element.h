@@ -205,6 +205,8 @@ private:
     OptionalPropertyBase* findOptional(const Base::PropertyKey& key) const;
     void raiseDataChanged(const DataChangedEventPayload& payload);
     void raiseCombined();
+    // Tells the service's element observer, if any, about a raise of a held element.
+    void announceChanged(const KeyCollection& keys) const;
 
     AbstractResource* m_resource;             // not owned; outlives the element
     OptionalPropertyMap m_optionalProperties;  // guarded by the write lock; not owned
@@ -213,6 +215,9 @@ private:
     bool m_combining = false;
     bool m_combinedRaised = false;
     KeyCollection m_combinedKeys;
+    // Whether a container holds the element, so that its changes go to the service's element
+    // observer. Set and cleared by AbstractResource under the write lock.
+    bool m_held = false;
 };
 
 }  // namespace Kivo::Data

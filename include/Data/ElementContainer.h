@@ -44,6 +44,9 @@ namespace Kivo::Data {
 /// - withdrawElement(id): removeElement without its gate, for the owner; NOT_FOUND for an
 ///   unknown id.
 /// - clear() and the destructor remove every element the same way.
+/// - The service's element observer (IElementObserver), if any, is told of every element that
+///   joins (after it is held and indexed) and leaves (before it is dropped), under the write
+///   lock; refused additions are never reported.
 ///
 /// Destruction: a class deriving from ElementContainer calls clear() first thing in its
 /// destructor. DataChanged deliveries run on pool threads and reach the resource through its
@@ -145,7 +148,10 @@ void ElementContainer<E>::clear() {
     ElementMap removed;
     {
         Util::ScopedRecursiveWriteLock lock(lockRef());
-        for (auto& entry : m_elements) unindexElementProperties(*entry.second);
+        for (auto& entry : m_elements) {
+            unindexElementProperties(*entry.second);
+            announceRemoved(*entry.second);
+        }
         removed.swap(m_elements);
     }
     release(removed);
@@ -174,6 +180,7 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
     if (m_elements.count(id) != 0) return OperationResult(OperationResult::DUPLICATE);
     m_elements.emplace(id, element);
     attach(*element);
+    announceAdded(*element);
     return OperationResult(OperationResult::OK);
 }
 
@@ -228,6 +235,7 @@ OperationResult ElementContainer<E>::removeHeld(const Poco::UUID& id) {
         const auto entry = m_elements.find(id);
         if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
         unindexElementProperties(*entry->second);
+        announceRemoved(*entry->second);
         removed.insert(m_elements.extract(entry));
     }
     release(removed);

@@ -12,6 +12,7 @@
 
 #include "Data/AbstractResource.h"
 #include "Data/Base/Property.h"
+#include "Data/ElementObserver.h"
 #include "Data/ReferenceResolver.h"
 #include "Data/XObject.h"
 
@@ -120,6 +121,14 @@ public:
     /// The resolver that holds the registered resources; first in the service's chain.
     const LocalReferenceResolver& getLocalResolver() const { return m_localResolver; }
 
+    /// Installs `observer` (null: none) as the one observer of the elements the service's
+    /// containers hold, replacing the previous one; takes the write lock, so no write is halfway
+    /// through when the observer changes. The service does not own it: clear it before the
+    /// observer goes.
+    void setElementObserver(IElementObserver* observer);
+    /// The installed observer, or null. REQUIRES: the lock.
+    IElementObserver* getElementObserver() const { return m_elementObserver; }
+
     /// Owner-side additions to the array properties: false when the text fails the array's
     /// element format (service categories, versions).
     bool addServiceCategory(const std::string& category);
@@ -165,6 +174,7 @@ private:
     Base::PropertyVersionArray m_versions;
     bool m_isInitialisedFromJSON = false;  // guarded by the lock
     LocalReferenceResolver m_localResolver;  // guarded by the lock
+    IElementObserver* m_elementObserver = nullptr;  // guarded by the lock; not owned
 };
 
 }  // namespace Kivo::Data

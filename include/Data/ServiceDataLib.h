@@ -3,6 +3,8 @@
 
 // Every public header of the library.
 
+#include "Client/ChangeEvent.h"
+#include "Client/ChangeFeed.h"
 #include "Client/ElementSearch.h"
 #include "Client/ElementWriter.h"
 #include "Client/ResourceDescription.h"
@@ -26,6 +28,7 @@
 #include "Data/DataChangedDelivery.h"
 #include "Data/Element.h"
 #include "Data/ElementContainer.h"
+#include "Data/ElementObserver.h"
 #include "Data/OperationResult.h"
 #include "Data/OptionalProperty.h"
 #include "Data/ReferenceResolver.h"

@@ -2,9 +2,11 @@
 
 #include <exception>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "Client/ChangeFeed.h"
 #include "Data/AbstractResource.h"
 #include "Data/OptionalProperty.h"
 #include "Logging/Log.h"
@@ -272,12 +274,26 @@ OperationResult ElementWriter::checkNew(const Poco::JSON::Object& element) const
 }
 
 OperationResult ElementWriter::update(const Poco::UUID& id, const Poco::JSON::Object& values) {
+    return updateChecked(id, values, std::nullopt);
+}
+
+OperationResult ElementWriter::update(const Poco::UUID& id, const Poco::JSON::Object& values,
+                                      ChangeEvent::Revision expected) {
+    if (m_feed == nullptr) {
+        return logged(OperationResult::INVALID_OPERATION,
+                      "id " + id.toString() + ": conditional updates need the change feed");
+    }
+    return updateChecked(id, values, expected);
+}
+
+OperationResult ElementWriter::updateChecked(const Poco::UUID& id, const Poco::JSON::Object& values,
+                                             std::optional<ChangeEvent::Revision> expected) {
     if (!m_resource.isPostAllowed()) {
         return logged(OperationResult::FORBIDDEN,
                       m_resource.getType().name + ": clients may not add or change elements");
     }
     try {
-        return updateLocked(id, values);
+        return updateLocked(id, values, expected);
     } catch (const std::exception& error) {
         return logged(
             OperationResult::PROCESSING_ERROR,
@@ -285,8 +301,8 @@ OperationResult ElementWriter::update(const Poco::UUID& id, const Poco::JSON::Ob
     }
 }
 
-OperationResult ElementWriter::updateLocked(const Poco::UUID& id,
-                                            const Poco::JSON::Object& values) {
+OperationResult ElementWriter::updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values,
+                                            std::optional<ChangeEvent::Revision> expected) {
     // Checks and writes under one write lock, so nothing changes between them.
     Util::ScopedRecursiveWriteLock lock(*m_resource.getLock());
     AbstractResource::Ptr element;
@@ -294,6 +310,15 @@ OperationResult ElementWriter::updateLocked(const Poco::UUID& id,
     if (found == OperationResult::NOT_FOUND) return noSuchElement(id.toString());
     if (!found.isSuccess()) {
         return logged(found.value(), m_resource.getType().name + ": holds no elements");
+    }
+    if (expected) {
+        // Revisions are recorded under the write lock held here: this one stays current.
+        const ChangeEvent::Revision now = m_feed->revisionOf(id);
+        if (now != *expected) {
+            return logged(OperationResult::INVALID_OPERATION,
+                          "id " + id.toString() + ": changed since revision " +
+                              std::to_string(*expected) + " (now " + std::to_string(now) + ")");
+        }
     }
     Plan plan;
     const OperationResult checked = checkMembers(*element, values, true, plan);

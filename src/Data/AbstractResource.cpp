@@ -229,6 +229,20 @@ void AbstractResource::unregisterElementEvents(Element& element) {
     element.OptionalPropertySet -= Poco::delegate(this, &AbstractResource::onOptionalPropertyChanged);
 }
 
+void AbstractResource::announceAdded(Element& element) {
+    element.m_held = true;
+    if (IElementObserver* observer = m_service.getElementObserver()) {
+        observer->elementAdded(*this, element);
+    }
+}
+
+void AbstractResource::announceRemoved(Element& element) {
+    if (IElementObserver* observer = m_service.getElementObserver()) {
+        observer->elementRemoved(*this, element);
+    }
+    element.m_held = false;
+}
+
 std::set<Base::PropertyKey> AbstractResource::getRequiredProperties() const { return {}; }
 
 bool AbstractResource::isGetAllowed() const { return true; }

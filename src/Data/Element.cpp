@@ -7,6 +7,7 @@
 
 #include "Data/AbstractResource.h"
 #include "Data/OptionalProperty.h"
+#include "Data/Service.h"
 #include "DataChangedDispatcher.h"
 #include "Logging/Log.h"
 
@@ -416,10 +417,17 @@ void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
         m_combinedRaised = true;
         return;
     }
+    if (m_held) announceChanged(payload.getSourcePropertyKeys());
     auto delegates = DataChanged.copyDelegates();
     // Without subscribers there is nobody to deliver to, now or later.
     if (delegates.empty()) return;
     DataChangedDispatcher::instance().post(std::move(delegates), this, payload);
+}
+
+void Element::announceChanged(const KeyCollection& keys) const {
+    if (IElementObserver* observer = m_resource->getService()->getElementObserver()) {
+        observer->elementChanged(*this, keys);
+    }
 }
 
 }  // namespace Kivo::Data

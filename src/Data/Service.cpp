@@ -96,6 +96,11 @@ bool Service::isInitialisedFromJSON() const {
     return m_isInitialisedFromJSON;
 }
 
+void Service::setElementObserver(IElementObserver* observer) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    m_elementObserver = observer;
+}
+
 Service::ResourceMap::const_iterator Service::findResource(const std::string& name) const {
     const std::string wanted = Poco::toLower(name);
     for (auto entry = m_resources.begin(); entry != m_resources.end(); ++entry) {
