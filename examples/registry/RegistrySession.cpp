@@ -4,7 +4,6 @@
 #include <ostream>
 #include <sstream>
 
-#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/String.h>
@@ -42,7 +41,9 @@ const char* const RegistrySession::HELP =
     "  remove <uri> <key>                 clear an optional property\n"
     "  delete <uri>                       remove an element\n"
     "  resolve <uri> <key>                the element a reference property points at\n"
-    "  watch                              print every element change as it arrives\n"
+    "  watch [<revision>]                 print every element event as it arrives: added,\n"
+    "                                     changed, removed; with <revision>, first those\n"
+    "                                     after it that the feed still keeps\n"
     "  help                               this text\n"
     "In <text>, \"%\" matches any run of characters and every other character itself; -i\n"
     "ignores the case of ASCII letters. Element URIs read /<service>/<resource>/<uuid>.\n"
@@ -127,15 +128,17 @@ bool parseCount(const std::string& text, int& value) {
     return (in >> value) && in.eof();
 }
 
+bool parseRevision(const std::string& text, Kivo::Client::ChangeEvent::Revision& revision) {
+    std::istringstream in(text);
+    return text.find_first_not_of("0123456789") == std::string::npos && (in >> revision) &&
+           in.eof();
+}
+
 }  // namespace
 
 RegistrySession::RegistrySession(Media::MediaService& service, std::ostream& out,
                                  std::ostream& err, bool pretty)
-    : m_service(service), m_out(out), m_err(err), m_pretty(pretty) {}
-
-RegistrySession::~RegistrySession() {
-    m_service.ElementChanged -= Poco::delegate(this, &RegistrySession::onElementChanged);
-}
+    : m_service(service), m_out(out), m_err(err), m_pretty(pretty), m_feed(service) {}
 
 bool RegistrySession::execute(const std::string& line) {
     const std::string trimmed = Poco::trim(line);
@@ -256,7 +259,8 @@ bool RegistrySession::add(const Words& words) {
     if (resource == nullptr) return false;
     const Poco::JSON::Object::Ptr json = parseObject(words[2]);
     if (json.isNull()) return fail("add: malformed JSON object: " + words[2]);
-    applyChange([&] { return ElementWriter(*resource).add(*json); });
+    Poco::UUID id;
+    applyChange([&] { return ElementWriter(*resource).add(*json, &id); }, &id);
     return true;
 }
 
@@ -321,16 +325,29 @@ bool RegistrySession::resolve(const Words& words) {
 }
 
 bool RegistrySession::watch(const Words& words) {
-    if (words.size() != 1) return fail("usage: watch");
+    Kivo::Client::ChangeEvent::Revision since = Kivo::Client::ChangeFeed::FROM_NOW;
+    if (words.size() > 2 || (words.size() == 2 && !parseRevision(words[1], since))) {
+        return fail("usage: watch [<revision>]");
+    }
+    // Ending a subscription waits for its running delivery, which takes m_mutex.
+    m_subscription.reset();
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_watching) return true;
         m_watching = true;
+        m_lastPrinted = since == Kivo::Client::ChangeFeed::FROM_NOW ? m_feed.currentRevision()
+                                                                     : since;
     }
-    m_service.ElementChanged += Poco::delegate(this, &RegistrySession::onElementChanged);
+    const Kivo::Client::ChangeEvent::Revision now = m_feed.currentRevision();
+    m_subscription = m_feed.subscribe(
+        [this](const Kivo::Client::ChangeEvent& event) { onChangeEvent(event); },
+        Kivo::Client::ChangeFeed::Filter(), since);
     Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
     json->set("watching", true);
-    print(json);
+    json->set("revision", now);
+    // The events asked for that were recorded already follow the answer, before the next one.
+    std::unique_lock<std::mutex> lock(m_mutex);
+    write(json);
+    m_printed.wait_for(lock, CHANGE_TIMEOUT, [&] { return m_lastPrinted >= now; });
     return true;
 }
 
@@ -370,17 +387,17 @@ void RegistrySession::printFound(const OperationResult& result,
                              : Poco::Dynamic::Var(resultJSON(result)));
 }
 
-void RegistrySession::applyChange(const std::function<OperationResult()>& change) {
-    std::size_t seenBefore;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        seenBefore = m_changesSeen;
-    }
+void RegistrySession::applyChange(const std::function<OperationResult()>& change,
+                                  const Poco::UUID* created) {
     const OperationResult result = change();
+    // The change's events are recorded before it returns.
+    const Kivo::Client::ChangeEvent::Revision recorded = m_feed.currentRevision();
+    Poco::JSON::Object::Ptr answer = resultJSON(result);
+    if (created != nullptr && result.isSuccess()) answer->set("id", created->toString());
     std::unique_lock<std::mutex> lock(m_mutex);
-    write(resultJSON(result));
-    if (m_watching && result.value() == OperationResult::OK) {
-        m_printed.wait_for(lock, CHANGE_TIMEOUT, [&] { return m_changesSeen > seenBefore; });
+    write(answer);
+    if (m_watching) {
+        m_printed.wait_for(lock, CHANGE_TIMEOUT, [&] { return m_lastPrinted >= recorded; });
     }
 }
 
@@ -399,21 +416,15 @@ bool RegistrySession::fail(const std::string& message) {
     return false;
 }
 
-void RegistrySession::onElementChanged(const void*, const Media::ElementChange& change) {
-    Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
-    json->set("event", "DataChanged");
-    json->set("resource", change.resource);
-    json->set("id", change.payload.getSourceElementId().toString());
-    Poco::JSON::Array::Ptr keys = new Poco::JSON::Array;
-    for (const std::string& key : change.payload.getSourcePropertyKeys()) keys->add(key);
-    json->set("keys", keys);
+void RegistrySession::onChangeEvent(const Kivo::Client::ChangeEvent& event) {
+    const Poco::JSON::Object::Ptr json = event.toJSON();
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_commandRunning) {
         m_heldChanges.push_back(json);
     } else {
         write(json);
     }
-    ++m_changesSeen;
+    m_lastPrinted = event.revision();
     m_printed.notify_all();
 }
 

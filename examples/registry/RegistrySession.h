@@ -11,6 +11,7 @@
 
 #include <Poco/Dynamic/Var.h>
 
+#include <Client/ChangeFeed.h>
 #include <Client/ElementWriter.h>
 #include <Data/AbstractResource.h>
 
@@ -26,16 +27,16 @@ namespace Registry {
 // unknown URI or resource) is reported on the error stream and remembered, and the session
 // goes on with the next command.
 //
-// While watching, every element change is printed as it arrives; after a command that changed
-// an element the session waits for its change to be printed, so output stays in order.
+// The session keeps a change feed of the service from its start. While watching, every feed
+// event is printed as it arrives; after a command that changed an element the session waits
+// for its event to be printed, so output stays in order.
 class RegistrySession {
 public:
     static const char* const HELP;
 
     RegistrySession(Media::MediaService& service, std::ostream& out, std::ostream& err,
                     bool pretty);
-    // Stops watching.
-    ~RegistrySession();
+    ~RegistrySession() = default;
     RegistrySession(const RegistrySession&) = delete;
     RegistrySession& operator=(const RegistrySession&) = delete;
 
@@ -68,14 +69,16 @@ private:
     // Prints the elements found, or the refusal.
     void printFound(const Kivo::Data::OperationResult& result,
                     const Kivo::Data::AbstractResource::ElementQueryResult& found);
-    // Makes a change and prints its result. After a change (OK) made while watching, waits
-    // until the change has arrived, so that it is printed after the result.
-    void applyChange(const std::function<Kivo::Data::OperationResult()>& change);
+    // Makes a change and prints its result, with the id of the element `created` where the
+    // change added one. While watching, waits until the events of the change have arrived, so
+    // that they are printed after the result.
+    void applyChange(const std::function<Kivo::Data::OperationResult()>& change,
+                     const Poco::UUID* created = nullptr);
     void print(const Poco::Dynamic::Var& json);
     // Writes `json`. REQUIRES: m_mutex.
     void write(const Poco::Dynamic::Var& json);
     bool fail(const std::string& message);
-    void onElementChanged(const void* sender, const Media::ElementChange& change);
+    void onChangeEvent(const Kivo::Client::ChangeEvent& event);
 
     Media::MediaService& m_service;
     std::ostream& m_out;  // written under m_mutex
@@ -86,8 +89,12 @@ private:
     std::condition_variable m_printed;
     bool m_watching = false;        // guarded by m_mutex
     bool m_commandRunning = false;  // guarded by m_mutex; changes wait until it ends
-    std::size_t m_changesSeen = 0;  // guarded by m_mutex
-    std::vector<Poco::Dynamic::Var> m_heldChanges;  // guarded by m_mutex
+    Kivo::Client::ChangeEvent::Revision m_lastPrinted = 0;  // guarded by m_mutex
+    std::vector<Poco::Dynamic::Var> m_heldChanges;          // guarded by m_mutex
+
+    // Last, so that the subscription ends first and the feed before the rest of the session.
+    Kivo::Client::ChangeFeed m_feed;
+    Kivo::Client::ChangeFeed::Subscription m_subscription;
 };
 
 }  // namespace Registry

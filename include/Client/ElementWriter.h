@@ -67,11 +67,13 @@ public:
     explicit ElementWriter(Data::AbstractResource& resource, const ChangeFeed* feed = nullptr)
         : m_resource(resource), m_feed(feed) {}
 
-    /// Adds a new element from its JSON form (with "id" and "name" as the resource needs).
-    /// OK; FORBIDDEN, INVALID_OPERATION (a resource without elements of its own),
+    /// Adds a new element from its JSON form (with "name" and the other keys the resource
+    /// requires). OK; FORBIDDEN, INVALID_OPERATION (a resource without elements of its own),
     /// INVALID_OBJECT (a key of getRequiredProperties() missing or null), UNKNOWN_PROPERTY,
-    /// WRONG_PROPERTY_TYPE, INVALID_VALUE or DUPLICATE, with nothing added.
-    Data::OperationResult add(const Poco::JSON::Object& element);
+    /// WRONG_PROPERTY_TYPE, INVALID_VALUE or DUPLICATE, with nothing added. An element whose
+    /// JSON names no "id" gets a fresh random one; on OK, `added` (where given) is the new
+    /// element's id, so a client learns where its element went.
+    Data::OperationResult add(const Poco::JSON::Object& element, Poco::UUID* added = nullptr);
     /// Runs add's checks on `element` without adding it: OK, or the refusal add would answer,
     /// with the same message. Every value is checked against the resource's kind of element
     /// (so a bad value answers here, not only once the core refuses it), and an "id" held
@@ -100,6 +102,7 @@ private:
                                         std::optional<ChangeEvent::Revision> expected);
     Data::OperationResult updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values,
                                        std::optional<ChangeEvent::Revision> expected);
+    // REQUIRES: `element` names an "id".
     Data::OperationResult addChecked(const Poco::JSON::Object& element);
     Data::OperationResult checkNew(const Poco::JSON::Object& element) const;
     Data::OperationResult forbiddenToAdd() const;

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include <Poco/UUIDGenerator.h>
+
 #include "Client/ChangeFeed.h"
 #include "Data/AbstractResource.h"
 #include "Data/OptionalProperty.h"
@@ -205,10 +207,23 @@ OperationResult ElementWriter::forbiddenToAdd() const {
                   m_resource.getType().name + ": clients may not add or change elements");
 }
 
-OperationResult ElementWriter::add(const Poco::JSON::Object& element) {
+OperationResult ElementWriter::add(const Poco::JSON::Object& element, Poco::UUID* added) {
     if (!m_resource.isPostAllowed()) return forbiddenToAdd();
     try {
-        return addChecked(element);
+        if (element.has(Data::XObject::KEY_ID)) {
+            const OperationResult result = addChecked(element);
+            // Accepted, so the member is a UUID's text.
+            if (result.isSuccess() && added != nullptr) {
+                *added = Poco::UUID(element.getValue<std::string>(Data::XObject::KEY_ID));
+            }
+            return result;
+        }
+        const Poco::UUID id = Poco::UUIDGenerator::defaultGenerator().createRandom();
+        Poco::JSON::Object withId(element);
+        withId.set(Data::XObject::KEY_ID, id.toString());
+        const OperationResult result = addChecked(withId);
+        if (result.isSuccess() && added != nullptr) *added = id;
+        return result;
     } catch (const std::exception& error) {
         return logged(
             OperationResult::PROCESSING_ERROR,

@@ -350,6 +350,17 @@ TEST_F(ElementWriterTest, AddsAndRemovesElements) {
     EXPECT_EQ(OperationResult::OK, writer.remove(Poco::UUID(OTHER_ID)).value());
     EXPECT_EQ(1u, songs.size());
     EXPECT_EQ(0u, found("level", "4"));
+
+    // Without an id the writer draws one and tells it; a refused add tells nothing.
+    Poco::UUID drawn;
+    ASSERT_EQ(OperationResult::OK, writer.add(*parse("{\"name\":\"C\"}"), &drawn).value());
+    ASSERT_TRUE(songs.getElement(drawn, element).isSuccess());
+    EXPECT_EQ("C", element->getName().getValue());
+    element.reset();
+    Poco::UUID untouched;
+    EXPECT_FALSE(writer.add(*parse("{\"name\":\"D\",\"rating\":9}"), &untouched).isSuccess());
+    EXPECT_TRUE(untouched.isNull());
+    EXPECT_EQ(2u, songs.size());
 }
 
 // check answers as add would, message included, and adds nothing.

@@ -78,30 +78,41 @@ TEST(MediaData, ShippedAndGeneratedDataLoadWithEveryReferenceResolved) {
 
 // The shipped session (examples/session.txt) runs as its own test; these are the commands it
 // does not use.
-TEST(RegistrySession, ChangesAreAnsweredThenReportedOnce) {
+TEST(RegistrySession, ChangesAreAnsweredThenReportedOnceAndReplayed) {
     Loaded tree;
     {
         RegistrySession session(tree.service, tree.out, tree.err, false);
         for (const std::string& line :
              {std::string("# comments and blank lines are skipped"), std::string(),
-              std::string("watch"), std::string("list Playlists 10 5"),
-              "update " + TRACK + R"( {"rating": 9})", "set " + TRACK + " rating 4",
-              "remove " + TRACK + " rating"}) {
+              "set " + TRACK + " rating 4", std::string("watch"),
+              std::string("list Playlists 10 5"), "update " + TRACK + R"( {"rating": 9})",
+              "remove " + TRACK + " rating", std::string(R"(add Playlists {"name": "Night"})"),
+              std::string("watch 1")}) {
             EXPECT_TRUE(session.execute(line)) << line;
         }
     }
     EXPECT_EQ("", tree.err.str());
     const auto answers = documents(tree.out.str());
-    ASSERT_EQ(7u, answers.size()) << tree.out.str();
-    EXPECT_EQ(R"({"watching":true})", text(answers[0]));
-    EXPECT_EQ(2u, object(answers[1])->getArray("elements")->size()) << "the last two of 12";
-    const std::string change = R"({"event":"DataChanged","id":")" + TRACK.substr(14) +
-                               R"(","keys":["rating"],"resource":"Tracks"})";
+    ASSERT_EQ(11u, answers.size()) << tree.out.str();
     const std::string ok = R"({"message":"ok","result":"ok"})";
-    EXPECT_EQ((Texts{R"({"message":"rating: 9 is above the maximum 5","result":"invalid_value"})",
-                     ok, change, ok, change}),
-              (Texts{text(answers[2]), text(answers[3]), text(answers[4]), text(answers[5]),
-                     text(answers[6])}));
+    EXPECT_EQ(ok, text(answers[0])) << "before watching, no event is printed";
+    EXPECT_EQ(R"({"revision":1,"watching":true})", text(answers[1]));
+    EXPECT_EQ(2u, object(answers[2])->getArray("elements")->size()) << "the last two of 12";
+    EXPECT_EQ(R"({"message":"rating: 9 is above the maximum 5","result":"invalid_value"})",
+              text(answers[3]));
+    const std::string removal = R"({"event":"changed","id":")" + TRACK.substr(14) +
+                                R"(","resource":"Tracks","revision":2,"values":{"rating":null}})";
+    EXPECT_EQ((Texts{ok, removal}), (Texts{text(answers[4]), text(answers[5])}));
+    const std::string id = object(answers[6])->getValue<std::string>("id");
+    EXPECT_EQ(R"({"id":")" + id + R"(","message":"ok","result":"ok"})", text(answers[6]));
+    const Poco::JSON::Object::Ptr added = object(answers[7]);
+    EXPECT_EQ("added", added->getValue<std::string>("event"));
+    EXPECT_EQ(3, added->getValue<int>("revision"));
+    EXPECT_EQ("Night", added->getObject("element")->getValue<std::string>("name"));
+    EXPECT_EQ(id, added->getObject("element")->getValue<std::string>("id"));
+    // Resumed after revision 1: the events after it again, in order.
+    EXPECT_EQ(R"({"revision":3,"watching":true})", text(answers[8]));
+    EXPECT_EQ((Texts{removal, text(answers[7])}), (Texts{text(answers[9]), text(answers[10])}));
 }
 
 TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
@@ -122,6 +133,7 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
         {"search -i Albums", "error: usage: search [-i] <resource> <text>"},
         {"add Albums {", "error: add: malformed JSON object: {"},
         {"delete " + TRACK + " now", "error: usage: delete <uri>"},
+        {"watch -1", "error: usage: watch [<revision>]"},
         {"delete /Media/Albums/" + TRACK.substr(14),
          "error: unknown URI '/Media/Albums/" + TRACK.substr(14) + "'"},
         {"get /Media/Tracks/not-a-uuid", "error: unknown URI '/Media/Tracks/not-a-uuid'"},
