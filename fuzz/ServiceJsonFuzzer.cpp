@@ -14,6 +14,9 @@
 //   e  initServiceResourcesfromJSON(array)  [{"name": <resource>, "elements": [...]}, ...]
 //   d  initResourceDataFromJSON(<name>, array), the name chosen by the next byte
 //   l  all three in turn from {"service": ..., "resources": [...], "elements": [...]}
+//   c  the elements array as a client's load (Kivo::Client::ServiceData::load): refused, it
+//      leaves the service as it was and says why; accepted, what the service saves then
+//      loads into another empty service as well, with as many elements
 // Any other first byte picks one of these by its value. Text that is no JSON of the needed
 // shape is ignored: the parser's refusals are not the library's.
 
@@ -25,6 +28,7 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
+#include "Client/ServiceData.h"
 #include "Data/AbstractResource.h"
 #include "Data/Base/PropertyIndexQuery.h"
 #include "FuzzSupport.h"
@@ -32,7 +36,9 @@
 
 namespace {
 
+using Kivo::Client::ServiceData;
 using Kivo::Data::AbstractResource;
+using Kivo::Data::OperationResult;
 using Kivo::Data::Base::Object;
 using Kivo::Data::Base::PropertyIndexReferenceMap;
 using Kivo::Fuzz::IndexInspection;
@@ -53,6 +59,31 @@ void load(MediaService& service, const Poco::JSON::Object::Ptr& json) {
     initService(service, json->getObject("service"));
     service.initResourcesFromJSON(json->getArray("resources").get());
     service.initServiceResourcesfromJSON(json->getArray("elements").get());
+}
+
+std::string saved(const MediaService& service) {
+    std::ostringstream out;
+    ServiceData::save(service)->stringify(out);
+    return out.str();
+}
+
+std::size_t held(const MediaService& service) {
+    return service.albums.size() + service.tracks.size() + service.playlists.size();
+}
+
+void clientLoad(MediaService& service, const Poco::JSON::Array& elements) {
+    const std::string before = saved(service);
+    const OperationResult result = ServiceData::load(service, elements);
+    if (!result.isSuccess()) {
+        QES_FUZZ_CHECK(saved(service) == before, "a refused load changed the service");
+        QES_FUZZ_CHECK(result.toString() != OperationResult::valueToString(result.value()),
+                       "a load was refused without a reason");
+        return;
+    }
+    MediaService again;
+    QES_FUZZ_CHECK(ServiceData::load(again, *ServiceData::save(service)).isSuccess(),
+                   "what a service saves does not load back");
+    QES_FUZZ_CHECK(held(again) == held(service), "a saved service loads back other elements");
 }
 
 // Reading the tree back, as a client would: the whole service with every element at depth 2
@@ -89,7 +120,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const char OPERATIONS[] = "sredl";
+    static const char OPERATIONS[] = "sredlc";
     static const char* const RESOURCES[] = {"Albums", "Tracks", "Playlists", "tracks", "Nothing"};
     InputReader input(data, size);
     const char operation = input.choice(OPERATIONS);
@@ -113,6 +144,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (auto array = as<Poco::JSON::Array>(json)) {
                 service.initResourceDataFromJSON(resourceName, array.get());
             }
+            break;
+        case 'c':
+            if (auto array = as<Poco::JSON::Array>(json)) clientLoad(service, *array);
             break;
         default:
             if (auto object = as<Poco::JSON::Object>(json)) load(service, object);
