@@ -332,19 +332,23 @@ void checkExplained(const OperationResult& result) {
 }
 
 void writerAdd(KindsResource& resource, const Poco::JSON::Object& json) {
-    const OperationResult result = ElementWriter(resource).add(json);
+    Poco::UUID id;
+    const OperationResult result = ElementWriter(resource).add(json, &id);
     checkExplained(result);
     if (!result.isSuccess()) {
         QES_FUZZ_CHECK(resource.size() == 0, "a refused client element was kept");
         checkNothingFiled(resource);
         return;
     }
-    AbstractResource::ElementQueryResult added;
-    resource.getElements(added, 0, 1);
-    checkIndexed(resource, *added.front());
+    AbstractResource::Ptr added;
+    QES_FUZZ_CHECK(resource.getElement(id, added).isSuccess(), "the writer tells another id");
+    checkIndexed(resource, *added);
     if (hasNullMember(json)) return;
+    // The core draws an id of its own for an element that names none.
+    Poco::JSON::Object withId(json);
+    if (!withId.has("id")) withId.set("id", id.toString());
     Tree core;
-    QES_FUZZ_CHECK(core.resource.addElement(&json).value() == result.value(),
+    QES_FUZZ_CHECK(core.resource.addElement(&withId).value() == result.value(),
                    "the core refuses an element the writer accepts");
     QES_FUZZ_CHECK(onlyElement(core.resource) == onlyElement(resource),
                    "the writer and the core add different elements");
