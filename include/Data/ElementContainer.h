@@ -78,6 +78,7 @@ public:
                                  ElementQueryResult& result) const override;
     OperationResult updateElementFromJSON(const Poco::UUID& id,
                                           const Poco::JSON::Object* json) override;
+    OperationResult modifyElement(const Poco::UUID& id, const Modification& modify) override;
     /// Adds every object of `elements` in order; stops at the first refusal with its code
     /// (the elements added before it stay).
     OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements) override;
@@ -108,6 +109,9 @@ private:
     typedef std::map<Poco::UUID, Ptr> ElementMap;
 
     bool hasRequiredProperties(const Poco::JSON::Object& json) const;
+    // modifyElement for any callable, so the container's own update pays no indirection.
+    template <typename Modify>
+    OperationResult modifyHeld(const Poco::UUID& id, const Modify& modify);
     // Removes a held element, ungated; see removeElement.
     OperationResult removeHeld(const Poco::UUID& id);
     // Starts observing and indexing a held element.
@@ -262,11 +266,23 @@ template <class E>
 OperationResult ElementContainer<E>::updateElementFromJSON(const Poco::UUID& id,
                                                            const Poco::JSON::Object* json) {
     if (!isPostAllowed()) return OperationResult(OperationResult::FORBIDDEN);
+    return modifyHeld(id, [json](Element& element) { return element.updateByJSON(json); });
+}
+
+template <class E>
+OperationResult ElementContainer<E>::modifyElement(const Poco::UUID& id,
+                                                   const Modification& modify) {
+    return modifyHeld(id, modify);
+}
+
+template <class E>
+template <typename Modify>
+OperationResult ElementContainer<E>::modifyHeld(const Poco::UUID& id, const Modify& modify) {
     Util::ScopedRecursiveWriteLock lock(lockRef());
     const auto entry = m_elements.find(id);
     if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
-    const OperationResult result = entry->second->updateByJSON(json);
-    // The update suppresses OptionalPropertySet: index what it created here.
+    const OperationResult result = modify(*entry->second);
+    // An update suppresses OptionalPropertySet: index what it created here.
     indexElementProperties(*entry->second);
     return result;
 }

@@ -183,15 +183,14 @@ OperationResult missingRequired(const AbstractResource& resource, const Poco::JS
 // Writes and removes as `plan` says, raising one DataChanged for all of it. The core update
 // goes first: it is the only step that can refuse, and it changes nothing when it does. Without
 // removals it raises its one event itself.
-OperationResult apply(AbstractResource& resource, Element& element, const Poco::UUID& id,
-                      const Poco::JSON::Object& values, const Plan& plan) {
+OperationResult apply(Element& element, const Poco::JSON::Object& values, const Plan& plan) {
     std::optional<Poco::JSON::Object> rewritten;
     const Poco::JSON::Object* forCore = plan.forCore(values, rewritten);
-    if (plan.removals.empty()) return resource.updateElementFromJSON(id, forCore);
+    if (plan.removals.empty()) return element.updateByJSON(forCore);
     OperationResult result(OperationResult::OK);
     element.changeAsOne([&] {
         if (plan.values != 0) {
-            result = resource.updateElementFromJSON(id, forCore);
+            result = element.updateByJSON(forCore);
             if (!result.isSuccess()) return;
         }
         for (const PropertyKey& key : plan.removals) element.removeProperty(key);
@@ -318,32 +317,34 @@ OperationResult ElementWriter::updateChecked(const Poco::UUID& id, const Poco::J
 
 OperationResult ElementWriter::updateLocked(const Poco::UUID& id, const Poco::JSON::Object& values,
                                             std::optional<ChangeEvent::Revision> expected) {
-    // Checks and writes under one write lock, so nothing changes between them.
-    Util::ScopedRecursiveWriteLock lock(*m_resource.getLock());
-    AbstractResource::Ptr element;
-    const OperationResult found = m_resource.getElement(id, element);
-    if (found == OperationResult::NOT_FOUND) return noSuchElement(id.toString());
-    if (!found.isSuccess()) {
-        return logged(found.value(), m_resource.getType().name + ": holds no elements");
-    }
-    if (expected) {
-        // Revisions are recorded under the write lock held here: this one stays current.
-        const ChangeEvent::Revision now = m_feed->revisionOf(id);
-        if (now != *expected) {
-            return logged(OperationResult::INVALID_OPERATION,
-                          "id " + id.toString() + ": changed since revision " +
-                              std::to_string(*expected) + " (now " + std::to_string(now) + ")");
+    // Checks and writes in one step under the tree's write lock, so nothing changes between
+    // them; the resource files what the update created, as its own update does.
+    bool reached = false;
+    const OperationResult result = m_resource.modifyElement(id, [&](Element& element) {
+        reached = true;
+        if (expected) {
+            // Revisions are recorded under the write lock held here: this one stays current.
+            const ChangeEvent::Revision now = m_feed->revisionOf(id);
+            if (now != *expected) {
+                return logged(OperationResult::INVALID_OPERATION,
+                              "id " + id.toString() + ": changed since revision " +
+                                  std::to_string(*expected) + " (now " + std::to_string(now) +
+                                  ")");
+            }
         }
-    }
-    Plan plan;
-    const OperationResult checked = checkMembers(*element, values, true, plan);
-    if (!checked.isSuccess()) return checked;
-    if (plan.values == 0 && plan.removals.empty()) {
-        return OperationResult(OperationResult::NO_UPDATE);
-    }
-    const OperationResult applied = apply(m_resource, *element, id, values, plan);
-    if (applied.isSuccess()) return applied;
-    return explainRefusal(*element, values, applied);
+        Plan plan;
+        const OperationResult checked = checkMembers(element, values, true, plan);
+        if (!checked.isSuccess()) return checked;
+        if (plan.values == 0 && plan.removals.empty()) {
+            return OperationResult(OperationResult::NO_UPDATE);
+        }
+        const OperationResult applied = apply(element, values, plan);
+        if (applied.isSuccess()) return applied;
+        return explainRefusal(element, values, applied);
+    });
+    if (reached) return result;
+    if (result == OperationResult::NOT_FOUND) return noSuchElement(id.toString());
+    return logged(result.value(), m_resource.getType().name + ": holds no elements");
 }
 
 OperationResult ElementWriter::set(const Poco::UUID& id, const PropertyKey& key,

@@ -95,6 +95,10 @@ OperationResult AbstractResource::updateElementFromJSON(const Poco::UUID&,
     return OperationResult(OperationResult::INVALID_OPERATION);
 }
 
+OperationResult AbstractResource::modifyElement(const Poco::UUID&, const Modification&) {
+    return OperationResult(OperationResult::INVALID_OPERATION);
+}
+
 OperationResult AbstractResource::initResourceDataFromJSON(const Poco::JSON::Array*) {
     return OperationResult(OperationResult::INVALID_OPERATION);
 }
