@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
 #include "Data/Base/PropertyIndexQuery.h"
@@ -18,12 +17,9 @@ namespace {
 
 using Base::IndexFreeTextQuery;
 using Base::IndexGenericValueQuery;
+using Kivo::Test::parseObject;
 using Kivo::Test::TestElement;
 typedef std::vector<std::string> Texts;
-
-Poco::JSON::Object::Ptr parse(const std::string& text) {
-    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
-}
 
 std::string id(int n) {
     char text[40];
@@ -50,7 +46,7 @@ struct Tree {
 
     OperationResult add(int n, const std::string& title, const std::string& extra = "") {
         const auto json =
-            parse("{\"id\":\"" + id(n) + "\",\"title\":\"" + title + "\"" + extra + "}");
+            parseObject("{\"id\":\"" + id(n) + "\",\"title\":\"" + title + "\"" + extra + "}");
         return items.addElement(json.get());
     }
     static std::string titleOf(const AbstractResource::Ptr& element) {
@@ -87,7 +83,8 @@ TEST(ElementContainer, AddGetAndRemoveResults) {
         {"{\"id\":\"" + id(1) + "\",\"title\":\"dup\"}", OperationResult::DUPLICATE},
     };
     for (const Row& row : rows) {
-        EXPECT_EQ(row.result, tree.items.addElement(parse(row.json).get()).value()) << row.json;
+        EXPECT_EQ(row.result, tree.items.addElement(parseObject(row.json).get()).value())
+            << row.json;
         EXPECT_EQ(1u, tree.items.size()) << row.json;
     }
     EXPECT_EQ(Texts{"one"}, tree.byKey("title", "%")) << "a refused element is not indexed";
@@ -101,7 +98,7 @@ TEST(ElementContainer, AddGetAndRemoveResults) {
     AbstractResource::Ptr none;
     EXPECT_EQ(OperationResult::NOT_FOUND, tree.items.getElement(unknown, none).value());
     EXPECT_EQ(OperationResult::NOT_FOUND,
-              tree.items.updateElementFromJSON(unknown, parse("{}").get()).value());
+              tree.items.updateElementFromJSON(unknown, parseObject("{}").get()).value());
     EXPECT_EQ(OperationResult::NOT_FOUND, tree.items.removeElement(unknown).value());
     EXPECT_EQ(OperationResult::NOT_FOUND, tree.items.withdrawElement(unknown).value());
     tree.items.deletable = false;

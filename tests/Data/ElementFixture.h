@@ -5,10 +5,12 @@
 #include <condition_variable>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <Poco/Delegate.h>
+#include <Poco/JSON/Parser.h>
 
 #include "Data/AbstractResource.h"
 #include "Data/Element.h"
@@ -21,6 +23,18 @@ namespace Kivo::Test {
 using Data::Base::PropertyValueNumberBase;
 using Data::Base::PropertyValueString;
 using Data::Base::PropertyValueUuid;
+
+// The JSON object `text` holds; throws if it holds anything else.
+inline Poco::JSON::Object::Ptr parseObject(const std::string& text) {
+    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
+}
+
+// The compact JSON text of `json`.
+inline std::string jsonText(const Poco::JSON::Object::Ptr& json) {
+    std::ostringstream out;
+    json->stringify(out);
+    return out.str();
+}
 
 // A resource with a fixed name that registers itself at its service.
 class TestResource : public Data::AbstractResource {

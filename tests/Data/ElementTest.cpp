@@ -1,13 +1,11 @@
 #include "Data/Element.h"
 
 #include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
-#include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
 #include "Data/ElementFixture.h"
@@ -17,18 +15,10 @@ namespace Kivo::Data {
 namespace {
 
 using Kivo::Test::DataChangedRecorder;
+using Kivo::Test::jsonText;
+using Kivo::Test::parseObject;
 using Kivo::Test::ScopedLogCapture;
 typedef std::vector<std::string> Texts;
-
-Poco::JSON::Object::Ptr parse(const std::string& text) {
-    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
-}
-
-std::string text(const Poco::JSON::Object::Ptr& json) {
-    std::ostringstream out;
-    json->stringify(out);
-    return out.str();
-}
 
 class ElementTest : public ::testing::Test {
 protected:
@@ -113,7 +103,7 @@ TEST_F(ElementTest, WithoutPostAccessOnlyRemovalWorks) {
     EXPECT_TRUE(element.note.isNull());
     EXPECT_EQ(OperationResult::FORBIDDEN, element.setProperty("note", "x").value());
     EXPECT_EQ(OperationResult::FORBIDDEN,
-              element.updateByJSON(parse(R"({"title":"x"})").get()).value());
+              element.updateByJSON(parseObject(R"({"title":"x"})").get()).value());
     EXPECT_EQ(OperationResult::OK, element.removeProperty("tags").value());
     EXPECT_EQ(OperationResult::OK, element.removeProperty("note").value());
 }
@@ -137,16 +127,17 @@ TEST_F(ElementTest, UpdateIsAllOrNothing) {
         {R"({"title":"new","tags":"not an array"})", OperationResult::INVALID_VALUE,
          "Error: Item::updateByJSON: property tags has an invalid value"},
     };
-    const std::string before = text(element.toJSON(0));
+    const std::string before = jsonText(element.toJSON(0));
     for (const Row& row : rows) {
         capture.channel().clear();
-        EXPECT_EQ(row.result, element.updateByJSON(parse(row.json).get()).value()) << row.json;
-        EXPECT_EQ(before, text(element.toJSON(0))) << row.json;
+        EXPECT_EQ(row.result, element.updateByJSON(parseObject(row.json).get()).value())
+            << row.json;
+        EXPECT_EQ(before, jsonText(element.toJSON(0))) << row.json;
         EXPECT_EQ(Texts{row.log}, capture.texts()) << row.json;
     }
     EXPECT_TRUE(element.level.isNull()) << "a refused first value creates nothing";
     EXPECT_EQ(OperationResult::PROCESSING_ERROR, element.updateByJSON(nullptr).value());
-    EXPECT_THROW(element.updateByJSON(parse(R"({"title":null})").get()),
+    EXPECT_THROW(element.updateByJSON(parseObject(R"({"title":null})").get()),
                  Poco::InvalidAccessException);
     EXPECT_TRUE(eventsSoFar().empty());
 }
@@ -177,16 +168,16 @@ TEST_F(ElementTest, JsonFormsAndInitialisation) {
 
     ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
     const std::string id = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
-    const auto unknown = parse(R"({"title":"t","ghost":1})");
+    const auto unknown = parseObject(R"({"title":"t","ghost":1})");
     EXPECT_EQ(OperationResult::UNKNOWN_PROPERTY,
               element.initElementFromJSON(unknown.get()).value());
     EXPECT_EQ("untitled", element.title.getValue()) << "nothing is set before the key check";
     // Keys go in order: count, id, level, name, ... so "level" fails after count and id.
-    const auto bad = parse(R"({"count":5,"id":")" + id + R"(","level":9,"name":"n"})");
+    const auto bad = parseObject(R"({"count":5,"id":")" + id + R"(","level":9,"name":"n"})");
     EXPECT_EQ(OperationResult::INVALID_VALUE, element.initElementFromJSON(bad.get()).value());
     EXPECT_EQ(5, element.count.getValue());
     EXPECT_EQ("", element.getName().getValue());
-    const auto good = parse(R"({"name":"n","readonly":"set by owner","uri":"/x"})");
+    const auto good = parseObject(R"({"name":"n","readonly":"set by owner","uri":"/x"})");
     EXPECT_EQ(OperationResult::OK, element.initElementFromJSON(good.get()).value());
     EXPECT_EQ("set by owner", element.readonly.getValue());
     EXPECT_EQ("/Media/Tracks/" + id, element.getUri().getValue().toString())

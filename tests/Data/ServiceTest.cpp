@@ -1,7 +1,6 @@
 #include "Data/Service.h"
 
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,6 +15,8 @@ namespace Kivo::Data {
 namespace {
 
 using Base::PropertyValueUuid;
+using Kivo::Test::jsonText;
+using Kivo::Test::parseObject;
 using Kivo::Test::ScopedLogCapture;
 using Kivo::Test::TestElement;
 using Kivo::Test::TestResource;
@@ -23,18 +24,8 @@ using Items = Kivo::Test::TestContainer<TestElement>;
 
 const char* const ID = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
 
-Poco::JSON::Object::Ptr parseObject(const std::string& text) {
-    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
-}
-
 Poco::JSON::Array::Ptr parseArray(const std::string& text) {
     return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Array::Ptr>();
-}
-
-std::string text(const Poco::JSON::Object::Ptr& json) {
-    std::ostringstream out;
-    json->stringify(out);
-    return out.str();
 }
 
 // A valid description of the service "Media", with `member` replaced by `value` (JSON text) or
@@ -99,7 +90,7 @@ TEST(Service, InitFromJSONChecksEveryPropertyNameAndUri) {
     const auto json = description();
     ASSERT_TRUE(service.initFromJSON(json.get()));
     EXPECT_TRUE(service.isInitialisedFromJSON());
-    EXPECT_EQ(text(json), text(service.toJSON(0))) << "the description round-trips";
+    EXPECT_EQ(jsonText(json), jsonText(service.toJSON(0))) << "the description round-trips";
 }
 
 TEST(Service, ResourcesRegisterByNameAndAreFoundCaseInsensitively) {
@@ -156,8 +147,8 @@ TEST(Service, ResourceDescriptions) {
     ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
     OnDemandService service;
     TestResource tracks(service, "Tracks");
-    const auto good = parseArray("[" + text(resourceJSON("tracks", "/Media/Tracks")) + "," +
-                                 text(resourceJSON("Extra", "/Media/Extra")) + "]");
+    const auto good = parseArray("[" + jsonText(resourceJSON("tracks", "/Media/Tracks")) + "," +
+                                 jsonText(resourceJSON("Extra", "/Media/Extra")) + "]");
     ASSERT_TRUE(service.initResourcesFromJSON(good.get()));
     EXPECT_EQ("d", tracks.getDescription().getValue());
     ASSERT_NE(nullptr, service.extra);

@@ -13,7 +13,6 @@
 #include <thread>
 
 #include <Poco/Delegate.h>
-#include <Poco/JSON/Parser.h>
 
 #include "Data/Base/PropertyIndexQuery.h"
 #include "Data/DataChangedDelivery.h"
@@ -80,8 +79,7 @@ int main(int argc, char** argv) {
     // The subscriber is constructed first, so it is destroyed after the tree.
     static Subscriber subscriber;
     static Tree tree;
-    const auto json =
-        Poco::JSON::Parser().parse(R"({"title":"new"})").extract<Poco::JSON::Object::Ptr>();
+    const auto json = Kivo::Test::parseObject(R"({"title":"new"})");
     for (int i = 0; i < ELEMENTS; ++i)
         require(tree.items.addElement(json.get()).isSuccess(), "add");
     Items::ElementQueryResult elements;

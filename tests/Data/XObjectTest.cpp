@@ -6,9 +6,9 @@
 
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
-#include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
+#include "Data/ElementFixture.h"
 #include "TestChannel.h"
 
 namespace Kivo::Data {
@@ -16,13 +16,10 @@ namespace {
 
 using Base::PropertyValueString;
 using Base::PropertyValueUuid;
+using Kivo::Test::parseObject;
 using Kivo::Test::ScopedLogCapture;
 
 const std::string ID = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
-
-Poco::JSON::Object::Ptr parse(const std::string& text) {
-    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
-}
 
 // Exposes the owner-side API.
 class Identified : public XObject {
@@ -93,7 +90,7 @@ TEST(XObject, JsonInitialisationStopsAtTheFirstFailure) {
     for (const Row& row : rows) {
         capture.channel().clear();
         Identified object;
-        EXPECT_EQ(row.result, object.initXObjectFromJSON(parse(row.json).get()).value())
+        EXPECT_EQ(row.result, object.initXObjectFromJSON(parseObject(row.json).get()).value())
             << row.json;
         EXPECT_EQ(row.name, object.getName().getValue()) << row.json;
         const std::vector<std::string> texts = capture.texts();
@@ -116,11 +113,11 @@ TEST(XObject, JsonInitialisationStopsAtTheFirstFailure) {
     EXPECT_EQ(std::vector<std::string>{"Error: Failed to init property idBad cast exception"},
               capture.texts());
 
-    const auto good = parse(R"({"id":")" + ID + R"(","name":"n","uri":"/Thing/x"})");
+    const auto good = parseObject(R"({"id":")" + ID + R"(","name":"n","uri":"/Thing/x"})");
     EXPECT_EQ("/Thing/x",
               Identified(XObject::Type("Thing"), good.get()).getUri().getValue().toString());
     try {
-        Identified failed(XObject::Type("Thing"), parse(R"({"name":"n"})").get());
+        Identified failed(XObject::Type("Thing"), parseObject(R"({"name":"n"})").get());
         FAIL() << "the JSON constructor accepted an object without id";
     } catch (const Poco::DataException& error) {
         EXPECT_EQ("Failed to initialise XObject from JSON object!", error.message());
