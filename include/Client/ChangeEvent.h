@@ -20,6 +20,7 @@ public:
     /// The feed's position: every event of a service is one revision after the one before.
     typedef std::uint64_t Revision;
 
+    /// What happened.
     enum Kind {
         /// An element joined a resource; `element` is its JSON (Element::toJSON(0)).
         ADDED,
@@ -34,10 +35,13 @@ public:
         RESYNC
     };
 
+    /// An event as the feed records it; `values` and `element` as their readers below say.
     ChangeEvent(Kind kind, Revision revision, std::string resource, const Poco::UUID& id,
                 Poco::JSON::Object::Ptr values, Poco::JSON::Object::Ptr element);
 
+    /// What happened.
     Kind kind() const { return m_kind; }
+    /// The event's revision; for RESYNC, the revision the events that follow come after.
     Revision revision() const { return m_revision; }
     /// The name of the element's resource (empty for RESYNC).
     const std::string& resource() const { return m_resource; }
@@ -56,7 +60,7 @@ public:
     /// A CHANGED event reduced to the members of `keys` it names; the other kinds unchanged.
     ChangeEvent restrictedTo(const std::set<std::string>& keys) const;
 
-    /// {"event": <kind name>, "revision": n, "resource": name, "id": uuid} with "values" for
+    /// {"event": kindName(kind()), "revision": n, "resource": name, "id": uuid} with "values" for
     /// CHANGED and "element" for ADDED; RESYNC is {"event": "resync", "revision": n}.
     Poco::JSON::Object::Ptr toJSON() const;
 

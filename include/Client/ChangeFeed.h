@@ -69,6 +69,7 @@ class FeedCore;
 /// order: tree lock, then the feed's mutex; the feed takes no tree lock while holding its mutex.
 class ChangeFeed : private Data::IElementObserver {
 public:
+    /// A position in the feed (see ChangeEvent::Revision).
     typedef ChangeEvent::Revision Revision;
     /// Called on the feed's thread for every event that passes the subscriber's filter.
     typedef std::function<void(const ChangeEvent&)> Callback;
@@ -95,7 +96,9 @@ public:
     public:
         /// Subscribed to nothing.
         Subscription() = default;
+        /// Takes over `other`'s subscription, leaving `other` subscribed to nothing.
         Subscription(Subscription&& other) noexcept;
+        /// Ends this handle's subscription (as reset()), then takes over `other`'s.
         Subscription& operator=(Subscription&& other) noexcept;
         Subscription(const Subscription&) = delete;
         Subscription& operator=(const Subscription&) = delete;

@@ -96,12 +96,13 @@ public:
     /// Applies a client's partial update (Element::updateByJSON) to the element with `id`.
     virtual OperationResult updateElementFromJSON(const Poco::UUID& id,
                                                   const Poco::JSON::Object* json);
+    /// A change made to one element by modifyElement, answering the change's result.
+    typedef std::function<OperationResult(Element&)> Modification;
     /// The owner's way to change the element with `id` in one step: runs `modify` on it under
     /// the tree's write lock and files the properties it created (first values of optional
     /// properties) at the indexes before the lock goes, as updateElementFromJSON does for its
     /// update. Answers what `modify` answers; NOT_FOUND, without calling it, for an unknown id.
     /// No access gate is asked: gating is the caller's business. INVALID_OPERATION in the base.
-    typedef std::function<OperationResult(Element&)> Modification;
     virtual OperationResult modifyElement(const Poco::UUID& id, const Modification& modify);
     /// Adds the elements of a JSON array of element objects (their JSON form).
     virtual OperationResult initResourceDataFromJSON(const Poco::JSON::Array* elements);
