@@ -3,38 +3,16 @@
 
 #include "Client/ChangeFeed.h"
 #include "Client/ElementWriter.h"
-#include "Data/ElementContainer.h"
 #include "Data/Service.h"
 #include "DeliveryCounter.h"
+#include "TextItems.h"
 
 namespace {
 
 using namespace Kivo::Data;
-using Base::PropertyValueString;
 using Base::PropertyValueUuid;
 using Kivo::Client::ChangeEvent;
 using Kivo::Client::ChangeFeed;
-
-// An element with one writable text, which its container indexes.
-class Item : public Element {
-public:
-    explicit Item(AbstractResource& resource)
-        : Element("Item", resource), text("text", this, PropertyValueString("a")) {
-        text.registerAtOwner();
-    }
-    bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
-
-    Base::PropertyString text;
-};
-
-class Items : public ElementContainer<Item> {
-public:
-    explicit Items(Service& service)
-        : ElementContainer<Item>(service, "FeedItems", "Items", PropertyValueUuid()) {
-        init();
-    }
-    ~Items() override { clear(); }
-};
 
 // Writes through the typed writer into one element whose text flips between two values, with
 // the service's change feed and one subscriber counting its deliveries. Each iteration is
@@ -43,7 +21,7 @@ public:
 void BM_FeedWritesDelivered(benchmark::State& state) {
     Service service("FeedBench", "benchmark service", 1, PropertyValueUuid());
     ChangeFeed feed(service);
-    Items items(service);
+    Kivo::Bench::TextItems items(service, "FeedItems");
     const Poco::UUID id("6f1c2a4e-0b7d-4c8e-9a3f-2d5e8b1c7a90");
     Poco::JSON::Object json;
     json.set("id", id.toString());

@@ -3,46 +3,24 @@
 #include <benchmark/benchmark.h>
 
 #include "Client/ElementWriter.h"
-#include "Data/ElementContainer.h"
 #include "Data/Service.h"
-
 #include "DeliveryCounter.h"
+#include "TextItems.h"
 
 namespace {
 
 using namespace Kivo::Data;
-using Base::PropertyValueString;
 using Base::PropertyValueUuid;
 
-// An element with one writable text, which its container indexes.
-class Item : public Element {
-public:
-    explicit Item(AbstractResource& resource)
-        : Element("Item", resource), text("text", this, PropertyValueString("a")) {
-        text.registerAtOwner();
-    }
-    bool isPostAllowed(const Base::PropertyKey&) const override { return true; }
-
-    Base::PropertyString text;
-};
-
-class Items : public ElementContainer<Item> {
-public:
-    explicit Items(Service& service)
-        : ElementContainer<Item>(service, "Items", "Items", PropertyValueUuid()) {
-        init();
-    }
-    ~Items() override { clear(); }
-};
-
 typedef Kivo::Bench::DeliveryCounter Counter;
+typedef Kivo::Bench::TextItems Items;
 
 // One element whose indexed text flips between two values, observed by one DataChanged
 // subscriber; `write` applies one of the two updates.
 template <typename Write>
 void flipText(benchmark::State& state, Write write) {
     Service service("Bench", "benchmark service", 1, PropertyValueUuid());
-    Items items(service);
+    Items items(service, "Items");
     const Poco::UUID id("6f1c2a4e-0b7d-4c8e-9a3f-2d5e8b1c7a90");
     Poco::JSON::Object json;
     json.set("id", id.toString());

@@ -180,6 +180,22 @@ OperationResult missingRequired(const AbstractResource& resource, const Poco::JS
     return OperationResult(OperationResult::OK);
 }
 
+// The first round for a new element: the resource holds elements, the required keys are
+// there, and every member passes against `prototype`, a fresh element of the resource.
+OperationResult checkNewMembers(const AbstractResource& resource, const Poco::JSON::Object& element,
+                                AbstractResource::Ptr& prototype, Plan& plan) {
+    prototype = resource.createDetachedElement();
+    if (prototype.isNull()) {
+        return logged(OperationResult::INVALID_OPERATION,
+                      resource.getType().name + ": holds no elements");
+    }
+    const OperationResult required = missingRequired(resource, element);
+    if (!required.isSuccess()) return required;
+    // Nobody else knows the prototype; its lock is taken for the contract's sake.
+    Util::ScopedRecursiveReadLock lock(*prototype->getLock());
+    return checkMembers(*prototype, element, false, plan);
+}
+
 // Writes and removes as `plan` says, raising one DataChanged for all of it. The core update
 // goes first: it is the only step that can refuse, and it changes nothing when it does. Without
 // removals it raises its one event itself.
@@ -231,17 +247,9 @@ OperationResult ElementWriter::add(const Poco::JSON::Object& element, Poco::UUID
 }
 
 OperationResult ElementWriter::addChecked(const Poco::JSON::Object& element) {
-    const AbstractResource::Ptr prototype = m_resource.createDetachedElement();
-    if (prototype.isNull()) {
-        return logged(OperationResult::INVALID_OPERATION,
-                      m_resource.getType().name + ": holds no elements");
-    }
-    OperationResult checked = missingRequired(m_resource, element);
-    if (!checked.isSuccess()) return checked;
-    // Nobody else knows the prototype; its lock is taken for the contract's sake.
-    Util::ScopedRecursiveReadLock lock(*prototype->getLock());
+    AbstractResource::Ptr prototype;
     Plan plan;
-    checked = checkMembers(*prototype, element, false, plan);
+    const OperationResult checked = checkNewMembers(m_resource, element, prototype, plan);
     if (!checked.isSuccess()) return checked;
     std::optional<Poco::JSON::Object> rewritten;
     const OperationResult added = m_resource.addElement(plan.forCore(element, rewritten));
@@ -249,6 +257,7 @@ OperationResult ElementWriter::addChecked(const Poco::JSON::Object& element) {
     if (added == OperationResult::DUPLICATE) {
         return duplicateId(element.getValue<std::string>(Data::XObject::KEY_ID));
     }
+    Util::ScopedRecursiveReadLock lock(*prototype->getLock());
     return explainRefusal(*prototype, element, added);
 }
 
@@ -264,18 +273,12 @@ OperationResult ElementWriter::check(const Poco::JSON::Object& element) const {
 }
 
 OperationResult ElementWriter::checkNew(const Poco::JSON::Object& element) const {
-    const AbstractResource::Ptr prototype = m_resource.createDetachedElement();
-    if (prototype.isNull()) {
-        return logged(OperationResult::INVALID_OPERATION,
-                      m_resource.getType().name + ": holds no elements");
-    }
-    OperationResult checked = missingRequired(m_resource, element);
+    AbstractResource::Ptr prototype;
+    Plan plan;
+    OperationResult checked = checkNewMembers(m_resource, element, prototype, plan);
     if (!checked.isSuccess()) return checked;
     {
         Util::ScopedRecursiveReadLock lock(*prototype->getLock());
-        Plan plan;
-        checked = checkMembers(*prototype, element, false, plan);
-        if (!checked.isSuccess()) return checked;
         checked = checkValues(*prototype, element);
         if (!checked.isSuccess()) return checked;
     }
@@ -328,8 +331,7 @@ OperationResult ElementWriter::updateLocked(const Poco::UUID& id, const Poco::JS
             if (now != *expected) {
                 return logged(OperationResult::INVALID_OPERATION,
                               "id " + id.toString() + ": changed since revision " +
-                                  std::to_string(*expected) + " (now " + std::to_string(now) +
-                                  ")");
+                                  std::to_string(*expected) + " (now " + std::to_string(now) + ")");
             }
         }
         Plan plan;
