@@ -2,17 +2,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <Poco/Exception.h>
-#include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
 #include "Client/ElementWriter.h"
@@ -31,44 +29,22 @@ using Data::OperationResult;
 const std::string FIRST_ID = "6f1c2a4e-0b7d-4c8e-9a3f-2d5e8b1c7a90";
 const std::string SECOND_ID = "0a9b8c7d-6e5f-4a3b-8c1d-0e2f3a4b5c6d";
 
-Poco::JSON::Object::Ptr parse(const std::string& json) {
-    return Poco::JSON::Parser().parse(json).extract<Poco::JSON::Object::Ptr>();
-}
+Poco::JSON::Object::Ptr parse(const std::string& json) { return parseObject(json); }
 
-std::string text(const Poco::JSON::Object::Ptr& json) {
-    std::ostringstream out;
-    json->stringify(out);
-    return out.str();
-}
-
-// Collects the events a subscriber receives, as their JSON text, and waits for them.
-class Received {
+// Collects the events a subscriber receives: revision and JSON text as received.
+class Received : public Collector<std::pair<ChangeEvent::Revision, std::string>> {
 public:
-    void operator()(const ChangeEvent& event) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_events.push_back(text(event.toJSON()));
-        m_revisions.push_back(event.revision());
-        m_arrived.notify_all();
-    }
-    bool waitFor(std::size_t count) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_arrived.wait_for(lock, std::chrono::seconds(20),
-                                  [&] { return m_events.size() >= count; });
-    }
+    void operator()(const ChangeEvent& event) { add({event.revision(), jsonText(event.toJSON())}); }
     std::vector<std::string> events() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_events;
+        std::vector<std::string> result;
+        for (const auto& value : values()) result.push_back(value.second);
+        return result;
     }
     std::vector<ChangeEvent::Revision> revisions() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_revisions;
+        std::vector<ChangeEvent::Revision> result;
+        for (const auto& value : values()) result.push_back(value.first);
+        return result;
     }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_arrived;
-    std::vector<std::string> m_events;               // guarded by m_mutex
-    std::vector<ChangeEvent::Revision> m_revisions;  // guarded by m_mutex
 };
 
 ChangeFeed::Callback into(Received& received) {
@@ -80,18 +56,10 @@ protected:
     // Adds an element with `id` and `title` to `container` through the core call.
     static void add(TestContainer<TestElement>& container, const std::string& id,
                     const std::string& title) {
-        ASSERT_EQ(OperationResult::OK,
-                  container
-                      .addElement(parse("{\"id\":\"" + id + "\",\"name\":\"n\",\"title\":\"" +
-                                        title + "\"}")
-                                      .get())
-                      .value());
+        const auto json = parse(R"({"id":")" + id + R"(","name":"n","title":")" + title + "\"}");
+        ASSERT_EQ(OperationResult::OK, container.addElement(json.get()).value());
     }
-    TestElement& element(const std::string& id) {
-        AbstractResource::Ptr found;
-        items.getElement(Poco::UUID(id), found);
-        return static_cast<TestElement&>(*found);
-    }
+    TestElement& element(const std::string& id) { return elementOf<TestElement>(items, id); }
 
     Data::Service service{"Media", "test service", 8080, PropertyValueUuid()};
     Received received;
@@ -106,54 +74,49 @@ TEST_F(ChangeFeedTest, NumbersEveryChangeInOrderWhoeverMakesIt) {
     EXPECT_EQ(0u, feed.currentRevision());
     add(items, FIRST_ID, "one");
     // A refused addition reports nothing, also not the values the refused element was given.
-    EXPECT_EQ(
-        OperationResult::DUPLICATE,
-        items.addElement(parse("{\"id\":\"" + FIRST_ID + "\",\"title\":\"x\"}").get()).value());
-    TestElement& first = element(FIRST_ID);
-    EXPECT_EQ(OperationResult::OK, first.setProperty("count", "5").value());
-    EXPECT_EQ(OperationResult::OK,
-              items
-                  .updateElementFromJSON(first.getIdentification(),
-                                         parse("{\"count\":6,\"title\":\"two\"}").get())
-                  .value());
-    EXPECT_EQ(OperationResult::NO_UPDATE,
-              writer.update(first.getIdentification(), *parse("{\"count\":6}")).value());
-    EXPECT_EQ(OperationResult::OK,
-              writer.update(first.getIdentification(), *parse("{\"note\":\"hi\"}")).value());
+    const auto duplicate = parse(R"({"id":")" + FIRST_ID + R"(","title":"x"})");
+    EXPECT_EQ(OperationResult::DUPLICATE, items.addElement(duplicate.get()).value());
+    const Poco::UUID first(FIRST_ID);
+    const auto update = [&](const std::string& json) { return writer.update(first, *parse(json)); };
+    EXPECT_EQ(OperationResult::OK, element(FIRST_ID).setProperty("count", "5").value());
     EXPECT_EQ(
         OperationResult::OK,
-        writer.update(first.getIdentification(), *parse("{\"note\":null,\"count\":7}")).value());
-    EXPECT_EQ(5u, feed.revisionOf(first.getIdentification()));
+        items.updateElementFromJSON(first, parse(R"({"count":6,"title":"two"})").get()).value());
+    EXPECT_EQ(OperationResult::NO_UPDATE, update(R"({"count":6})").value());
+    EXPECT_EQ(OperationResult::OK, update(R"({"note":"hi"})").value());
+    EXPECT_EQ(OperationResult::OK, update(R"({"note":null,"count":7})").value());
+    EXPECT_EQ(5u, feed.revisionOf(first));
     add(others, SECOND_ID, "other");
-    EXPECT_EQ(OperationResult::OK, items.removeElement(Poco::UUID(FIRST_ID)).value());
-    EXPECT_EQ(0u, feed.revisionOf(Poco::UUID(FIRST_ID)));
+    EXPECT_EQ(OperationResult::OK, items.removeElement(first).value());
+    EXPECT_EQ(0u, feed.revisionOf(first));
     EXPECT_EQ(6u, feed.revisionOf(Poco::UUID(SECOND_ID)));
     others.clear();
     EXPECT_EQ(8u, feed.currentRevision());
 
     ASSERT_TRUE(received.waitFor(8));
-    const std::vector<std::string> events = received.events();
-    ASSERT_EQ(8u, events.size());
-    const Poco::JSON::Object::Ptr added = parse(events[0]);
-    EXPECT_EQ("added", added->getValue<std::string>("event"));
-    EXPECT_EQ(1, added->getValue<int>("revision"));
-    EXPECT_EQ("Items", added->getValue<std::string>("resource"));
-    EXPECT_EQ(FIRST_ID, added->getValue<std::string>("id"));
-    EXPECT_EQ("one", added->getObject("element")->getValue<std::string>("title"));
-    EXPECT_EQ(FIRST_ID, added->getObject("element")->getValue<std::string>("id"));
-    const std::string at = "\"id\":\"" + FIRST_ID + "\",\"resource\":\"Items\",\"revision\":";
-    EXPECT_EQ("{\"event\":\"changed\"," + at + "2,\"values\":{\"count\":5}}", events[1]);
-    EXPECT_EQ("{\"event\":\"changed\"," + at + "3,\"values\":{\"count\":6,\"title\":\"two\"}}",
-              events[2]);
-    EXPECT_EQ("{\"event\":\"changed\"," + at + "4,\"values\":{\"note\":\"hi\"}}", events[3]);
-    EXPECT_EQ("{\"event\":\"changed\"," + at + "5,\"values\":{\"count\":7,\"note\":null}}",
-              events[4]);
-    EXPECT_EQ("added", parse(events[5])->getValue<std::string>("event"));
-    EXPECT_EQ("Others", parse(events[5])->getValue<std::string>("resource"));
-    EXPECT_EQ("{\"event\":\"removed\"," + at + "7}", events[6]);
-    EXPECT_EQ("{\"event\":\"removed\",\"id\":\"" + SECOND_ID +
-                  "\",\"resource\":\"Others\",\"revision\":8}",
-              events[7]);
+    // An addition carries the element's JSON; the rest of each event reads as listed.
+    std::vector<std::string> events;
+    for (const std::string& event : received.events()) {
+        Poco::JSON::Object::Ptr json = parse(event);
+        if (json->has("element")) {
+            const Poco::JSON::Object::Ptr element = json->getObject("element");
+            EXPECT_EQ(json->getValue<std::string>("id"), element->getValue<std::string>("id"));
+            EXPECT_EQ(events.empty() ? "one" : "other", element->getValue<std::string>("title"));
+            json->remove("element");
+        }
+        events.push_back(jsonText(json));
+    }
+    const std::string at = R"("id":")" + FIRST_ID + R"(","resource":"Items","revision":)";
+    const std::string other = R"("id":")" + SECOND_ID + R"(","resource":"Others","revision":)";
+    const std::string changed = R"({"event":"changed",)" + at;
+    EXPECT_EQ((std::vector<std::string>{
+                  R"({"event":"added",)" + at + "1}", changed + R"(2,"values":{"count":5}})",
+                  changed + R"(3,"values":{"count":6,"title":"two"}})",
+                  changed + R"(4,"values":{"note":"hi"}})",
+                  changed + R"(5,"values":{"count":7,"note":null}})",
+                  R"({"event":"added",)" + other + "6}", R"({"event":"removed",)" + at + "7}",
+                  R"({"event":"removed",)" + other + "8}"}),
+              events);
 }
 
 TEST_F(ChangeFeedTest, ResumesWhileKeptAndAsksForResyncOtherwise) {

@@ -1,7 +1,6 @@
 #include "Client/ElementSearch.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -26,6 +25,7 @@ using Data::Base::PropertyValueString;
 using Data::Base::PropertyValueUuid;
 using Kivo::Test::TestContainer;
 using Kivo::Test::TestElement;
+using Kivo::Test::uuidOf;
 typedef std::vector<std::string> Texts;
 typedef ElementSearch::Criteria Criteria;
 
@@ -42,13 +42,7 @@ public:
           count("count", this, PropertyValueNumberBase<long>(0, 0, 1000, {})),
           note("note", *this) {
         zone.setReferenceResolver(resource.getService());
-        for (Data::Base::PropertyBase* property :
-             {static_cast<Data::Base::PropertyBase*>(&zone),
-              static_cast<Data::Base::PropertyBase*>(&flag),
-              static_cast<Data::Base::PropertyBase*>(&tags),
-              static_cast<Data::Base::PropertyBase*>(&count)}) {
-            property->registerAtOwner();
-        }
+        Kivo::Test::registerAtOwner(zone, flag, tags, count);
     }
 
     Data::PropertyXObjectReference zone;
@@ -65,12 +59,6 @@ public:
     bool isGetAllowed() const override { return false; }
 };
 
-std::string id(int n) {
-    char text[40];
-    std::snprintf(text, sizeof text, "00000000-0000-4000-8000-%012d", n);
-    return text;
-}
-
 struct Tree {
     Data::Service service{"Car", "", 1, PropertyValueUuid()};
     TestContainer<TestElement> zones{service, "Zones"};
@@ -78,15 +66,15 @@ struct Tree {
 
     std::string addZone(int n, const std::string& name) {
         Poco::JSON::Object json;
-        json.set("id", id(n));
+        json.set("id", uuidOf(n));
         json.set("name", name);
         EXPECT_EQ(OperationResult::OK, zones.addElement(&json).value()) << name;
-        return "/Car/Zones/" + id(n);
+        return "/Car/Zones/" + uuidOf(n);
     }
     void addSpot(int n, const std::string& name, const Texts& tags = {}, long count = 0,
                  const std::string& zone = "", bool flag = false) {
         Poco::JSON::Object json;
-        json.set("id", id(n));
+        json.set("id", uuidOf(n));
         json.set("name", name);
         Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
         for (const std::string& tag : tags) array->add(tag);
@@ -110,6 +98,8 @@ std::string show(const std::string& text) {
     return shown.size() > 60 ? shown.substr(0, 60) + "..." : shown;
 }
 
+// Expression characters, case and '%' in general are checked against a plain scan in
+// RangeAndScanAgreeWithPlainScan; these rows hold what its random texts do not draw.
 TEST(TextPattern, PercentIsTheOnlySpecialCharacter) {
     const std::string nul("a\0b", 3);
     const struct {
@@ -118,14 +108,6 @@ TEST(TextPattern, PercentIsTheOnlySpecialCharacter) {
         std::string value;
         bool matches;
     } rows[] = {
-        {"R..r", CASE_SENSITIVE, "R..r", true},
-        {"R..r", CASE_SENSITIVE, "Rear", false},
-        {"R..r%", CASE_SENSITIVE, "Rear", false},
-        {"Driver|Passenger%", CASE_SENSITIVE, "Driver", false},
-        {"Driver|Passenger%", CASE_SENSITIVE, "Driver|Passenger seat", true},
-        {"Rear (%", CASE_SENSITIVE, "Rear (left)", true},
-        {"a\\d", CASE_SENSITIVE, "a\\d", true},
-        {"a\\d", CASE_SENSITIVE, "a1", false},
         {"[ab]", CASE_SENSITIVE, "a", false},
         {"%25", CASE_SENSITIVE, "125", true},
         {"%25", CASE_SENSITIVE, "%", false},
@@ -143,9 +125,6 @@ TEST(TextPattern, PercentIsTheOnlySpecialCharacter) {
         {"%ab%ab%", CASE_SENSITIVE, "xabyab", true},
         {"%ab%ab%", CASE_SENSITIVE, "xaba", false},
         {"%ana%", CASE_SENSITIVE, "bananas", true},
-        {"MID%", CASE_SENSITIVE, "Middle", false},
-        {"MID%", CASE_INSENSITIVE, "Middle", true},
-        {"%LE", CASE_INSENSITIVE, "middle", true},
         {"\xC3\x84%", CASE_INSENSITIVE, "\xC3\xA4x", false},
     };
     for (const auto& row : rows) {
@@ -225,40 +204,28 @@ TEST(ElementSearch, RefusesWhatCannotBeSearchedWithAReason) {
     Kivo::Test::TestResource bare(tree.service, "Bare");
     ClosedSpots closed(tree.service);
     TestContainer<Spot> empty(tree.service, "Empty");
+    const OperationResult::Value UNKNOWN = OperationResult::UNKNOWN_PROPERTY;
+    const OperationResult::Value INVALID = OperationResult::INVALID_VALUE;
+    const std::string noColour = "colour: no such property", noFlag = "flag: cannot be searched";
     const struct {
         const AbstractResource& resource;
         Criteria criteria;
         OperationResult::Value code;
         std::string message;
     } rows[] = {
-        {tree.spots,
-         {{"colour", "red"}},
-         OperationResult::UNKNOWN_PROPERTY,
-         "colour: no such property"},
-        {tree.spots,
-         {{"Name", "Rear"}},
-         OperationResult::UNKNOWN_PROPERTY,
-         "Name: no such property"},
-        {tree.spots,
-         {{"name", "Rear"}, {"colour", "%"}},
-         OperationResult::UNKNOWN_PROPERTY,
-         "colour: no such property"},
-        {tree.spots,
-         {{"flag", "false"}},
-         OperationResult::INVALID_VALUE,
-         "flag: cannot be searched"},
-        {tree.spots,
-         {{"flag", "%"}, {"colour", "x"}},
-         OperationResult::INVALID_VALUE,
-         "flag: cannot be searched"},
-        {tree.spots, {}, OperationResult::INVALID_VALUE, "no search criteria"},
+        {tree.spots, {{"colour", "red"}}, UNKNOWN, noColour},
+        {tree.spots, {{"Name", "Rear"}}, UNKNOWN, "Name: no such property"},
+        {tree.spots, {{"name", "Rear"}, {"colour", "%"}}, UNKNOWN, noColour},
+        {tree.spots, {{"flag", "false"}}, INVALID, noFlag},
+        {tree.spots, {{"flag", "%"}, {"colour", "x"}}, INVALID, noFlag},
+        {tree.spots, {}, INVALID, "no search criteria"},
         {closed,
          {{"name", "Rear"}},
          OperationResult::FORBIDDEN,
          "search is not allowed on this resource"},
         {bare, {{"name", "Rear"}}, OperationResult::INVALID_OPERATION, "invalid_operation"},
-        {empty, {{"colour", "red"}}, OperationResult::UNKNOWN_PROPERTY, "colour: no such property"},
-        {empty, {{"flag", "true"}}, OperationResult::INVALID_VALUE, "flag: cannot be searched"},
+        {empty, {{"colour", "red"}}, UNKNOWN, noColour},
+        {empty, {{"flag", "true"}}, INVALID, noFlag},
     };
     for (const auto& row : rows) {
         const std::string label = row.criteria.empty() ? "(none)" : row.criteria.back().key;
@@ -301,12 +268,10 @@ TEST(ElementSearch, ReferencesFollowTheirTargetByUriAndName) {
         return found;
     };
     auto rename = [&](int n, const std::string& name) {
-        AbstractResource::Ptr zone;
-        ASSERT_EQ(OperationResult::OK, tree.zones.getElement(Poco::UUID(id(n)), zone).value());
-        static_cast<TestElement&>(*zone).writable.insert("name");
+        Kivo::Test::elementOf<TestElement>(tree.zones, uuidOf(n)).writable.insert("name");
         Poco::JSON::Object json;
         json.set("name", name);
-        ASSERT_TRUE(tree.zones.updateElementFromJSON(Poco::UUID(id(n)), &json).isSuccess());
+        ASSERT_TRUE(tree.zones.updateElementFromJSON(Poco::UUID(uuidOf(n)), &json).isSuccess());
     };
     const Texts rear{"rear left", "rear right"};
     EXPECT_EQ(rear, find(back));
@@ -323,7 +288,7 @@ TEST(ElementSearch, ReferencesFollowTheirTargetByUriAndName) {
     EXPECT_EQ(Texts{"driver"}, find("Back")) << "the name moved to the other zone";
     EXPECT_EQ(rear, find(back));
 
-    ASSERT_EQ(OperationResult::OK, tree.zones.removeElement(Poco::UUID(id(2))).value());
+    ASSERT_EQ(OperationResult::OK, tree.zones.removeElement(Poco::UUID(uuidOf(2))).value());
     EXPECT_EQ(rear, find(back)) << "a removed target is still pointed at by URI";
     EXPECT_EQ(Texts{}, find("Rear bench")) << "but its old name is gone";
     EXPECT_EQ(Texts{}, find("unidentified element"));

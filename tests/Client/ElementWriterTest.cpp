@@ -1,10 +1,8 @@
 #include "Client/ElementWriter.h"
 
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
 #include "Data/Base/PropertyEnum.h"
@@ -42,11 +40,7 @@ public:
           code("code", this, PropertyValueCustomString("ABC", "[A-Z]{3}")),
           note("note", *this),
           level("level", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
-        for (PropertyBase* property :
-             std::vector<PropertyBase*>{&live, &rating, &artist, &released, &genre, &link, &source,
-                                        &album, &tags, &code}) {
-            property->registerAtOwner();
-        }
+        registerAtOwner(live, rating, artist, released, genre, link, source, album, tags, code);
     }
     bool isPostAllowed(const PropertyKey& key) const override {
         return key != "artist" && key != "uri";
@@ -79,9 +73,7 @@ public:
     bool deleteAllowed = true;
 };
 
-Poco::JSON::Object::Ptr parse(const std::string& json) {
-    return Poco::JSON::Parser().parse(json).extract<Poco::JSON::Object::Ptr>();
-}
+Poco::JSON::Object::Ptr parse(const std::string& json) { return parseObject(json); }
 
 // The value of `json`, a JSON value text.
 Poco::Dynamic::Var value(const std::string& json) {
@@ -91,26 +83,16 @@ Poco::Dynamic::Var value(const std::string& json) {
 class ElementWriterTest : public ::testing::Test {
 protected:
     ElementWriterTest() {
-        EXPECT_EQ(OperationResult::OK,
-                  songs.addElement(parse("{\"id\":\"" + SONG_ID + "\",\"name\":\"Song\"}").get())
-                      .value());
-        AbstractResource::Ptr element;
-        songs.getElement(id, element);
-        song = &static_cast<Song&>(*element);
+        const auto json = parse(R"({"id":")" + SONG_ID + R"(","name":"Song"})");
+        EXPECT_EQ(OperationResult::OK, songs.addElement(json.get()).value());
+        song = &elementOf<Song>(songs, SONG_ID);
     }
 
-    std::string json() const {
-        std::ostringstream out;
-        song->toJSON(0)->stringify(out);
-        return out.str();
-    }
+    std::string json() const { return jsonText(song->toJSON(0)); }
     // How many songs the index of `key` finds holding `text`.
     std::size_t found(const std::string& key, const std::string& text) const {
-        IndexGenericValueQuery query;
-        query.key = key;
-        query.values = {text};
         AbstractResource::ElementQueryResult result;
-        EXPECT_TRUE(songs.findElements(query, result).isSuccess());
+        EXPECT_TRUE(songs.findElements(keyQuery(key, text), result).isSuccess());
         return result.size();
     }
 
@@ -122,6 +104,8 @@ protected:
 };
 
 TEST_F(ElementWriterTest, ChecksEachValueKindAndNull) {
+    const OperationResult::Value WRONG = OperationResult::WRONG_PROPERTY_TYPE;
+    const OperationResult::Value OK = OperationResult::OK;
     struct Row {
         std::string key;
         std::string value;
@@ -129,57 +113,41 @@ TEST_F(ElementWriterTest, ChecksEachValueKindAndNull) {
         std::string message;
     };
     const std::vector<Row> rows = {
-        {"live", "\"true\"", OperationResult::WRONG_PROPERTY_TYPE,
-         "live: expects true or false, got a string"},
-        {"live", "1", OperationResult::WRONG_PROPERTY_TYPE,
-         "live: expects true or false, got an integer"},
-        {"live", "true", OperationResult::OK, "ok"},
-        {"rating", "\"3\"", OperationResult::WRONG_PROPERTY_TYPE,
-         "rating: expects an integer, got a string"},
-        {"rating", "2.5", OperationResult::WRONG_PROPERTY_TYPE,
-         "rating: expects an integer, got a number with a fraction"},
-        {"rating", "false", OperationResult::WRONG_PROPERTY_TYPE,
-         "rating: expects an integer, got a boolean"},
-        {"rating", "3.0", OperationResult::OK, "ok"},
-        {"rating", "4", OperationResult::OK, "ok"},
-        {"name", "42", OperationResult::WRONG_PROPERTY_TYPE,
-         "name: expects a string, got an integer"},
-        {"name", "{\"text\":\"hi\"}", OperationResult::WRONG_PROPERTY_TYPE,
-         "name: expects a string, got an object"},
-        {"name", "[\"hi\"]", OperationResult::WRONG_PROPERTY_TYPE,
-         "name: expects a string, got an array"},
+        {"live", "\"true\"", WRONG, "live: expects true or false, got a string"},
+        {"live", "1", WRONG, "live: expects true or false, got an integer"},
+        {"live", "true", OK, "ok"},
+        {"rating", "\"3\"", WRONG, "rating: expects an integer, got a string"},
+        {"rating", "2.5", WRONG, "rating: expects an integer, got a number with a fraction"},
+        {"rating", "false", WRONG, "rating: expects an integer, got a boolean"},
+        {"rating", "3.0", OK, "ok"},
+        {"rating", "4", OK, "ok"},
+        {"name", "42", WRONG, "name: expects a string, got an integer"},
+        {"name", "{\"text\":\"hi\"}", WRONG, "name: expects a string, got an object"},
+        {"name", "[\"hi\"]", WRONG, "name: expects a string, got an array"},
         {"name", "null", OperationResult::INVALID_VALUE,
          "name: is not optional, so null cannot remove it"},
-        {"released", "20200101", OperationResult::WRONG_PROPERTY_TYPE,
-         "released: expects a string, got an integer"},
-        {"genre", "true", OperationResult::WRONG_PROPERTY_TYPE,
-         "genre: expects a string, got a boolean"},
-        {"genre", "\"jazz\"", OperationResult::OK, "ok"},
-        {"link", "1.5", OperationResult::WRONG_PROPERTY_TYPE,
-         "link: expects a string, got a number with a fraction"},
-        {"source", "[]", OperationResult::WRONG_PROPERTY_TYPE,
-         "source: expects a string, got an array"},
-        {"album", "{\"uri\":\"/Media/Albums/" + OTHER_ID + "\"}",
-         OperationResult::WRONG_PROPERTY_TYPE, "album: expects a string, got an object"},
-        {"album", "\"/Media/Albums/" + OTHER_ID + "\"", OperationResult::OK, "ok"},
-        {"code", "7", OperationResult::WRONG_PROPERTY_TYPE,
-         "code: expects a string, got an integer"},
-        {"tags", "\"rock\"", OperationResult::WRONG_PROPERTY_TYPE,
-         "tags: expects an array of strings, got a string"},
-        {"tags", "[\"a\",1]", OperationResult::WRONG_PROPERTY_TYPE,
+        {"released", "20200101", WRONG, "released: expects a string, got an integer"},
+        {"genre", "true", WRONG, "genre: expects a string, got a boolean"},
+        {"genre", "\"jazz\"", OK, "ok"},
+        {"link", "1.5", WRONG, "link: expects a string, got a number with a fraction"},
+        {"source", "[]", WRONG, "source: expects a string, got an array"},
+        {"album", "{\"uri\":\"/Media/Albums/" + OTHER_ID + "\"}", WRONG,
+         "album: expects a string, got an object"},
+        {"album", "\"/Media/Albums/" + OTHER_ID + "\"", OK, "ok"},
+        {"code", "7", WRONG, "code: expects a string, got an integer"},
+        {"tags", "\"rock\"", WRONG, "tags: expects an array of strings, got a string"},
+        {"tags", "[\"a\",1]", WRONG,
          "tags: expects an array of strings, got an array holding an integer"},
-        {"tags", "[\"a\",null]", OperationResult::WRONG_PROPERTY_TYPE,
+        {"tags", "[\"a\",null]", WRONG,
          "tags: expects an array of strings, got an array holding null"},
-        {"tags", "[\"b\",\"a\"]", OperationResult::OK, "ok"},
-        {"note", "42", OperationResult::WRONG_PROPERTY_TYPE,
-         "note: expects a string, got an integer"},
+        {"tags", "[\"b\",\"a\"]", OK, "ok"},
+        {"note", "42", WRONG, "note: expects a string, got an integer"},
         {"note", "null", OperationResult::NO_UPDATE, "ok"},
-        {"note", "\"hi\"", OperationResult::OK, "ok"},
-        {"note", "null", OperationResult::OK, "ok"},
-        {"level", "\"2\"", OperationResult::WRONG_PROPERTY_TYPE,
-         "level: expects an integer, got a string"},
+        {"note", "\"hi\"", OK, "ok"},
+        {"note", "null", OK, "ok"},
+        {"level", "\"2\"", WRONG, "level: expects an integer, got a string"},
         {"level", "null", OperationResult::NO_UPDATE, "ok"},
-        {"level", "2", OperationResult::OK, "ok"},
+        {"level", "2", OK, "ok"},
     };
     for (const Row& row : rows) {
         const std::string before = json();
@@ -200,6 +168,7 @@ TEST_F(ElementWriterTest, ChecksEachValueKindAndNull) {
 }
 
 TEST_F(ElementWriterTest, RefusalsExplainThemselves) {
+    const OperationResult::Value INVALID = OperationResult::INVALID_VALUE;
     struct Row {
         std::string values;
         OperationResult::Value code;
@@ -207,28 +176,23 @@ TEST_F(ElementWriterTest, RefusalsExplainThemselves) {
     };
     const std::string nullId = "00000000-0000-0000-0000-000000000000";
     const std::vector<Row> rows = {
-        {"{\"rating\":7}", OperationResult::INVALID_VALUE, "rating: 7 is above the maximum 5"},
-        {"{\"rating\":-1}", OperationResult::INVALID_VALUE, "rating: -1 is below the minimum 0"},
-        {"{\"rating\":9223372036854775808}", OperationResult::INVALID_VALUE,
+        {"{\"rating\":7}", INVALID, "rating: 7 is above the maximum 5"},
+        {"{\"rating\":-1}", INVALID, "rating: -1 is below the minimum 0"},
+        {"{\"rating\":9223372036854775808}", INVALID,
          "rating: 9223372036854775808 is beyond the 64-bit integer range"},
-        {"{\"level\":9}", OperationResult::INVALID_VALUE, "level: 9 is above the maximum 5"},
-        {"{\"genre\":\"opera\"}", OperationResult::INVALID_VALUE,
-         "genre: \"opera\" is not one of rock, pop, jazz"},
-        {"{\"genre\":\"a\\\"b\\n\"}", OperationResult::INVALID_VALUE,
-         "genre: \"a\\\"b?\" is not one of rock, pop, jazz"},
-        {"{\"released\":\"2024-13-01\"}", OperationResult::INVALID_VALUE,
+        {"{\"level\":9}", INVALID, "level: 9 is above the maximum 5"},
+        {"{\"genre\":\"opera\"}", INVALID, "genre: \"opera\" is not one of rock, pop, jazz"},
+        {"{\"genre\":\"a\\\"b\\n\"}", INVALID, "genre: \"a\\\"b?\" is not one of rock, pop, jazz"},
+        {"{\"released\":\"2024-13-01\"}", INVALID,
          "released: \"2024-13-01\" is not a date (YYYY-MM-DD)"},
-        {"{\"code\":\"abc\"}", OperationResult::INVALID_VALUE,
-         "code: \"abc\" does not match the property's pattern"},
-        {"{\"source\":\"nope\"}", OperationResult::INVALID_VALUE, "source: \"nope\" is not a UUID"},
-        {"{\"source\":\"" + nullId + "\"}", OperationResult::INVALID_VALUE,
-         "source: \"" + nullId + "\" is the null UUID"},
-        {"{\"album\":\"/Media/Albums\"}", OperationResult::INVALID_VALUE,
+        {"{\"code\":\"abc\"}", INVALID, "code: \"abc\" does not match the property's pattern"},
+        {"{\"source\":\"nope\"}", INVALID, "source: \"nope\" is not a UUID"},
+        {"{\"source\":\"" + nullId + "\"}", INVALID, "source: \"" + nullId + "\" is the null UUID"},
+        {"{\"album\":\"/Media/Albums\"}", INVALID,
          "album: \"/Media/Albums\" does not name an element this property may refer to"},
         {"{\"name\":\"" + std::string(70, 'x') + "\",\"released\":\"" + std::string(70, 'y') +
              "\"}",
-         OperationResult::INVALID_VALUE,
-         "released: \"" + std::string(64, 'y') + "...\" is not a date (YYYY-MM-DD)"},
+         INVALID, "released: \"" + std::string(64, 'y') + "...\" is not a date (YYYY-MM-DD)"},
         {"{\"artist\":\"Someone\"}", OperationResult::FORBIDDEN,
          "artist: clients may not write it"},
         {"{\"colour\":\"red\",\"rating\":1}", OperationResult::UNKNOWN_PROPERTY,

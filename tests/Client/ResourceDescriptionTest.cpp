@@ -1,11 +1,8 @@
 #include "Client/ResourceDescription.h"
 
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include <Poco/JSON/Parser.h>
-#include <Poco/JSON/Stringifier.h>
 #include <gtest/gtest.h>
 
 #include "Client/ElementSearch.h"
@@ -34,9 +31,7 @@ public:
           venue("venue", this),
           rating("rating", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
         venue.addAllowedType(VENUE_TYPE);
-        for (PropertyBase* property : std::vector<PropertyBase*>{&soldOut, &mood, &venue}) {
-            property->registerAtOwner();
-        }
+        registerAtOwner(soldOut, mood, venue);
     }
 
     PropertyBoolean soldOut;
@@ -45,11 +40,7 @@ public:
     Data::OptionalProperty<PropertyValueNumberBase<long>> rating;
 };
 
-std::string text(const Poco::Dynamic::Var& json) {
-    std::ostringstream out;
-    Poco::JSON::Stringifier::stringify(json, out);
-    return out.str();
-}
+std::string text(const Poco::Dynamic::Var& json) { return jsonText(json); }
 
 struct Gigs : ::testing::Test {
     Poco::JSON::Object::Ptr properties() const {
@@ -82,11 +73,7 @@ TEST_F(Gigs, DescriptionIsStableInDeclaredOrderAndNamesTargets) {
 
 // "searchable" says exactly which keys ElementSearch accepts, optional ones included.
 TEST_F(Gigs, SearchableKeysAreTheOnesTheSearchAccepts) {
-    ASSERT_TRUE(gigs.addElement(Poco::JSON::Parser()
-                                    .parse(R"({"name": "Gig", "rating": 3})")
-                                    .extract<Poco::JSON::Object::Ptr>()
-                                    .get())
-                    .isSuccess());
+    ASSERT_TRUE(gigs.addElement(parseObject(R"({"name": "Gig", "rating": 3})").get()).isSuccess());
     const Poco::JSON::Object::Ptr described = properties();
     const Client::ElementSearch search(gigs);
     std::size_t unsearchable = 0;

@@ -1,16 +1,13 @@
 #include "Client/ServiceData.h"
 
-#include <cstdio>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <Poco/JSON/Parser.h>
-#include <Poco/JSON/Stringifier.h>
 #include <gtest/gtest.h>
 
+#include "Data/ElementFixture.h"
 #include "MediaData.h"
 
 namespace Media {
@@ -19,31 +16,20 @@ namespace {
 using Kivo::Client::ServiceData;
 using Kivo::Data::AbstractResource;
 using Kivo::Data::OperationResult;
+using Kivo::Test::jsonText;
+using Kivo::Test::parseValue;
+using Kivo::Test::uuidOf;
 using Poco::JSON::Array;
 using Poco::JSON::Object;
-
-std::string text(const Poco::Dynamic::Var& json) {
-    std::ostringstream out;
-    Poco::JSON::Stringifier::stringify(json, out);
-    return out.str();
-}
-
-Poco::Dynamic::Var parse(const std::string& json) { return Poco::JSON::Parser().parse(json); }
-
-std::string trackId(int number) {
-    char id[40];
-    std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", number);
-    return id;
-}
 
 // Valid tracks numbered from 1, each id ending in its number, on an album of the shipped data.
 Array::Ptr tracks(int count) {
     Array::Ptr result = new Array;
     for (int number = 1; number <= count; ++number) {
-        Object::Ptr track = parse(R"({"name": "T", "duration": 120, "language": "en",
+        Object::Ptr track = parseValue(R"({"name": "T", "duration": 120, "language": "en",
             "album": "/Media/Albums/88cf598e-df9d-429c-8dea-20fc3456fb8b"})")
                                 .extract<Object::Ptr>();
-        track->set("id", trackId(number));
+        track->set("id", uuidOf(number));
         track->set("number", number);
         result->add(track);
     }
@@ -52,7 +38,7 @@ Array::Ptr tracks(int count) {
 
 Array::Ptr playlists(int count) {
     Array::Ptr result = new Array;
-    for (int i = 0; i < count; ++i) result->add(parse(R"({"name": "L"})"));
+    for (int i = 0; i < count; ++i) result->add(parseValue(R"({"name": "L"})"));
     return result;
 }
 
@@ -97,7 +83,7 @@ TEST(ServiceData, ShippedDataRoundTripsThroughAnEmptyService) {
     MediaService loaded;
     const OperationResult result = ServiceData::load(loaded, *saved);
     ASSERT_TRUE(result.isSuccess()) << result.toString();
-    EXPECT_EQ(text(saved), text(ServiceData::save(loaded)));
+    EXPECT_EQ(jsonText(saved), jsonText(ServiceData::save(loaded)));
     EXPECT_EQ(320u, loaded.tracks.size());
     AbstractResource::ElementQueryResult elements;
     ASSERT_TRUE(loaded.tracks.getElements(elements, 0, 400).isSuccess());
@@ -112,7 +98,7 @@ TEST(ServiceData, ShippedDataRoundTripsThroughAnEmptyService) {
 
     MediaService byCore;
     ASSERT_TRUE(byCore.initServiceResourcesfromJSON(saved.get()));
-    EXPECT_EQ(text(saved), text(ServiceData::save(byCore)));
+    EXPECT_EQ(jsonText(saved), jsonText(ServiceData::save(byCore)));
 }
 
 // One refused element, wherever it stands, leaves the resource as it was; the message names
@@ -133,7 +119,7 @@ TEST(ServiceData, AResourceLoadTakesEveryElementOrNone) {
          "number: expects an integer, got a string"},
         {3, [](Object& track) { track.remove("name"); }, OperationResult::INVALID_OBJECT,
          "name: is required"},
-        {3, [](Object& track) { track.set("id", trackId(2)); }, OperationResult::DUPLICATE,
+        {3, [](Object& track) { track.set("id", uuidOf(2)); }, OperationResult::DUPLICATE,
          "the id of element 1 again"},
     };
     MediaService service;
@@ -159,7 +145,7 @@ TEST(ServiceData, AResourceLoadTakesEveryElementOrNone) {
     EXPECT_EQ(3u, service.tracks.size()) << "an element without id is given one";
     Array::Ptr present = tracks(5);
     present->remove(0);
-    EXPECT_EQ("element 0 (id " + trackId(2) + "): an element with this id exists already",
+    EXPECT_EQ("element 0 (id " + uuidOf(2) + "): an element with this id exists already",
               ServiceData::loadResource(service.tracks, *present).toString());
     EXPECT_EQ(3u, service.tracks.size());
 }
@@ -167,12 +153,12 @@ TEST(ServiceData, AResourceLoadTakesEveryElementOrNone) {
 // A service load checks every resource's elements before adding to any, and refuses entries
 // that do not name a resource once.
 TEST(ServiceData, AServiceLoadTakesEveryResourceOrNone) {
-    const Array::Ptr album = parse(R"([{"name": "A"}])").extract<Array::Ptr>();
+    const Array::Ptr album = parseValue(R"([{"name": "A"}])").extract<Array::Ptr>();
     Array::Ptr badTracks = tracks(3);
     badTracks->getObject(1)->set("duration", 0);
     const std::vector<std::pair<Array, std::string>> cases = {
         {document({{"Albums", album}, {"tracks", badTracks}}),
-         "tracks: element 1 (id " + trackId(2) + "): duration: 0 is below the minimum 1"},
+         "tracks: element 1 (id " + uuidOf(2) + "): duration: 0 is below the minimum 1"},
         {document({{"Albums", album}, {"Songs", tracks(1)}}), "entry 1: Songs: no such resource"},
         {document({{"Albums", album}, {"ALBUMS", new Array}}), "entry 1: ALBUMS: named twice"},
         {document({{"Albums", album}, {"Tracks", nullptr}}),

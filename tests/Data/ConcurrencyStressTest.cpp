@@ -38,9 +38,9 @@ namespace Kivo::Data {
 namespace {
 
 using Base::IndexFreeTextQuery;
-using Base::IndexGenericValueQuery;
 using Base::PropertyValueUuid;
 using Kivo::Test::DataChangedRecorder;
+using Kivo::Test::keyQuery;
 using Kivo::Test::ScopedLogCapture;
 typedef std::chrono::steady_clock Clock;
 typedef std::vector<std::string> Texts;
@@ -86,12 +86,6 @@ Poco::JSON::Object::Ptr trackJson(const Poco::UUID& id, const std::string& name,
     return json({{"id", id.toString()}, {"name", name}, {"album", albumUri(album)}});
 }
 
-IndexGenericValueQuery byKey(const std::string& key, const std::string& value) {
-    IndexGenericValueQuery query;
-    query.key = key;
-    query.values = {value};
-    return query;
-}
 IndexFreeTextQuery anyText() {
     IndexFreeTextQuery query;
     query.values = {"%"};
@@ -233,15 +227,15 @@ void checkAlbumReference(const Tree& tree, const Media::Track& track, Faults& fa
 void readConsistently(const Tree& tree, Faults& faults) {
     Util::ScopedRecursiveReadLock lock(*tree.service.getLock());
     AbstractResource::ElementQueryResult found;
-    tree.albums.findElements(byKey("genre", "jazz"), found);
+    tree.albums.findElements(keyQuery("genre", "jazz"), found);
     for (const auto& album : found) {
         const auto& genre = static_cast<const Media::Album&>(*album).genre;
         if (genre.getPropertyValue().toString() != "jazz") faults.add("exact query: wrong genre");
     }
-    tree.albums.findElements(byKey("name", "Stable%"), found);
+    tree.albums.findElements(keyQuery("name", "Stable%"), found);
     if (found.size() != static_cast<std::size_t>(STABLE))
         faults.add("wildcard query: stable albums missing");
-    tree.albums.findElements(byKey("name", "Volatile%"), found);
+    tree.albums.findElements(keyQuery("name", "Volatile%"), found);
     if (found.size() + STABLE != tree.albums.size()) faults.add("wildcard query: volatile albums");
     tree.tracks.findElements(anyText(), found);
     if (found.size() != tree.tracks.size()) faults.add("free text query: track count");

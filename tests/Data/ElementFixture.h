@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
 #include <set>
 #include <sstream>
@@ -11,8 +12,10 @@
 
 #include <Poco/Delegate.h>
 #include <Poco/JSON/Parser.h>
+#include <Poco/JSON/Stringifier.h>
 
 #include "Data/AbstractResource.h"
+#include "Data/Base/PropertyIndexQuery.h"
 #include "Data/Element.h"
 #include "Data/ElementContainer.h"
 #include "Data/OptionalProperty.h"
@@ -24,16 +27,51 @@ using Data::Base::PropertyValueNumberBase;
 using Data::Base::PropertyValueString;
 using Data::Base::PropertyValueUuid;
 
-// The JSON object `text` holds; throws if it holds anything else.
-inline Poco::JSON::Object::Ptr parseObject(const std::string& text) {
-    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
+// The JSON value `text` holds.
+inline Poco::Dynamic::Var parseValue(const std::string& text) {
+    return Poco::JSON::Parser().parse(text);
 }
 
-// The compact JSON text of `json`.
-inline std::string jsonText(const Poco::JSON::Object::Ptr& json) {
+// The JSON object `text` holds; throws if it holds anything else.
+inline Poco::JSON::Object::Ptr parseObject(const std::string& text) {
+    return parseValue(text).extract<Poco::JSON::Object::Ptr>();
+}
+
+// The compact JSON text of `json` (an object or array pointer, or a plain value).
+inline std::string jsonText(const Poco::Dynamic::Var& json) {
     std::ostringstream out;
-    json->stringify(out);
+    Poco::JSON::Stringifier::stringify(json, out);
     return out.str();
+}
+
+// A valid UUID text that ends in the decimal digits of `n`.
+inline std::string uuidOf(int n) {
+    char text[40];
+    std::snprintf(text, sizeof text, "00000000-0000-4000-8000-%012d", n);
+    return text;
+}
+
+// The query for the elements whose `key` holds `text` ('%' matches any text).
+inline Data::Base::IndexGenericValueQuery keyQuery(const std::string& key,
+                                                   const std::string& text) {
+    Data::Base::IndexGenericValueQuery query;
+    query.key = key;
+    query.values = {text};
+    return query;
+}
+
+// Registers each property at its owner, as an element's constructor does for its members.
+template <class... P>
+void registerAtOwner(P&... properties) {
+    (properties.registerAtOwner(), ...);
+}
+
+// The element of kind E that `resource` holds under `id`; the resource keeps it alive.
+template <class E>
+E& elementOf(const Data::AbstractResource& resource, const std::string& id) {
+    Data::AbstractResource::Ptr element;
+    resource.getElement(Poco::UUID(id), element);
+    return static_cast<E&>(*element);
 }
 
 // A resource with a fixed name that registers itself at its service.
@@ -73,13 +111,7 @@ public:
                Data::Base::PropertyValueArray<PropertyValueString>(PropertyValueString(""))),
           note("note", *this),
           level("level", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
-        for (Data::Base::PropertyBase* property :
-             {static_cast<Data::Base::PropertyBase*>(&count),
-              static_cast<Data::Base::PropertyBase*>(&title),
-              static_cast<Data::Base::PropertyBase*>(&readonly),
-              static_cast<Data::Base::PropertyBase*>(&tags)}) {
-            property->registerAtOwner();
-        }
+        registerAtOwner(count, title, readonly, tags);
     }
 
     bool isPostAllowed(const Data::Base::PropertyKey& key) const override {
@@ -104,8 +136,43 @@ struct ElementTree {
     TestResource resource{service, "Tracks"};
 };
 
-// Collects DataChanged deliveries and waits for them with a bounded timeout.
-class DataChangedRecorder {
+// Collects values from any thread and waits for them with a bounded timeout.
+template <class T>
+class Collector {
+public:
+    void add(const T& value) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_values.push_back(value);
+        m_arrived.notify_all();
+    }
+
+    // True once at least `count` values arrived, false after the timeout.
+    bool waitFor(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+        return waitUntil([count](const std::vector<T>& all) { return all.size() >= count; },
+                         timeout);
+    }
+
+    // True once `done` holds for the values so far, false after the timeout.
+    template <typename Predicate>
+    bool waitUntil(Predicate done, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_arrived.wait_for(lock, timeout, [&] { return done(m_values); });
+    }
+
+    std::vector<T> values() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_values;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_arrived;
+    std::vector<T> m_values;  // guarded by m_mutex
+};
+
+// Collects the DataChanged deliveries of the elements it subscribes to.
+class DataChangedRecorder
+    : public Collector<Data::IElementDataChangedSource::DataChangedEventPayload> {
 public:
     typedef Data::IElementDataChangedSource::DataChangedEventPayload Payload;
 
@@ -115,35 +182,8 @@ public:
     void unsubscribe(Data::Element& element) {
         element.DataChanged -= Poco::delegate(this, &DataChangedRecorder::onDataChanged);
     }
-
-    void onDataChanged(const void*, Payload& payload) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_payloads.push_back(payload);
-        m_arrived.notify_all();
-    }
-
-    // True once at least `count` deliveries arrived, false after the timeout.
-    bool waitFor(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        return waitUntil([count](const std::vector<Payload>& all) { return all.size() >= count; },
-                         timeout);
-    }
-
-    // True once `done` holds for the deliveries so far, false after the timeout.
-    template <typename Predicate>
-    bool waitUntil(Predicate done, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_arrived.wait_for(lock, timeout, [&] { return done(m_payloads); });
-    }
-
-    std::vector<Payload> payloads() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_payloads;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_arrived;
-    std::vector<Payload> m_payloads;  // guarded by m_mutex
+    void onDataChanged(const void*, Payload& payload) { add(payload); }
+    std::vector<Payload> payloads() const { return values(); }
 };
 
 }  // namespace Kivo::Test

@@ -10,23 +10,20 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include <Poco/Delegate.h>
-#include <Poco/JSON/Stringifier.h>
 #include <gtest/gtest.h>
 
 #include "Data/Base/PropertyIndexQuery.h"
+#include "Data/ElementFixture.h"
 #include "MediaData.h"
 #include "TestChannel.h"
 
@@ -60,11 +57,7 @@ Array::Ptr array(const std::vector<std::string>& items) {
     return result;
 }
 
-std::string compact(const Var& value) {
-    std::ostringstream out;
-    Poco::JSON::Stringifier::stringify(value, out);
-    return out.str();
-}
+std::string compact(const Var& value) { return Kivo::Test::jsonText(value); }
 
 // What the library reads from a JSON member: a string as it is, anything else converted.
 std::string memberText(const Var& value) {
@@ -80,7 +73,7 @@ std::string queryText(const Var& value) {
 typedef std::tuple<std::string, std::string, KeyCollection> Change;
 
 // Every ElementChanged of the service, in arrival order.
-class ChangeLog {
+class ChangeLog : public Kivo::Test::Collector<Change> {
 public:
     explicit ChangeLog(MediaService& service) : m_service(service) {
         m_service.ElementChanged += Poco::delegate(this, &ChangeLog::onChanged);
@@ -88,27 +81,17 @@ public:
     ~ChangeLog() { m_service.ElementChanged -= Poco::delegate(this, &ChangeLog::onChanged); }
 
     void onChanged(const void*, const ElementChange& change) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_changes.emplace_back(change.resource, change.payload.getSourceElementId().toString(),
-                               change.payload.getSourcePropertyKeys());
-        m_arrived.notify_all();
-    }
-    // True once `count` changes have arrived, false after `timeout`.
-    bool waitFor(std::size_t count, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_arrived.wait_for(lock, timeout, [&] { return m_changes.size() >= count; });
+        add({change.resource, change.payload.getSourceElementId().toString(),
+             change.payload.getSourcePropertyKeys()});
     }
     std::vector<Change> since(std::size_t first) const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        first = std::min(first, m_changes.size());
-        return std::vector<Change>(m_changes.begin() + static_cast<long>(first), m_changes.end());
+        const std::vector<Change> all = values();
+        return std::vector<Change>(all.begin() + static_cast<long>(std::min(first, all.size())),
+                                   all.end());
     }
 
 private:
     MediaService& m_service;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_arrived;
-    std::vector<Change> m_changes;  // guarded by m_mutex
 };
 
 // An element to write to, with its resource's description of its properties.

@@ -25,7 +25,7 @@ using Items = Kivo::Test::TestContainer<TestElement>;
 const char* const ID = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
 
 Poco::JSON::Array::Ptr parseArray(const std::string& text) {
-    return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Array::Ptr>();
+    return Kivo::Test::parseValue(text).extract<Poco::JSON::Array::Ptr>();
 }
 
 // A valid description of the service "Media", with `member` replaced by `value` (JSON text) or

@@ -14,7 +14,6 @@
 
 #include <Poco/Delegate.h>
 
-#include "Data/Base/PropertyIndexQuery.h"
 #include "Data/DataChangedDelivery.h"
 #include "Data/ElementFixture.h"
 
@@ -88,11 +87,9 @@ int main(int argc, char** argv) {
         element->DataChanged += Poco::delegate(&subscriber, &Subscriber::onDataChanged);
         require(element->setProperty("title", "changed").isSuccess(), "write");
     }
-    Kivo::Data::Base::IndexGenericValueQuery query;
-    query.key = "title";
-    query.values = {"changed"};
     Items::ElementQueryResult found;
-    require(tree.items.findElements(query, found).isSuccess() && found.size() == ELEMENTS,
+    require(tree.items.findElements(Kivo::Test::keyQuery("title", "changed"), found).isSuccess() &&
+                found.size() == ELEMENTS,
             "the index does not find the written elements");
 
     if (argc > 1 && std::strcmp(argv[1], "shutdown") == 0) {

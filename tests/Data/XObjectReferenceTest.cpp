@@ -6,23 +6,31 @@
 #include <string>
 #include <vector>
 
+#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <Poco/Message.h>
 #include <Poco/RegularExpression.h>
+#include <Poco/UUID.h>
 #include <gtest/gtest.h>
 
 #include "Data/ElementFixture.h"
 #include "Data/ReferenceResolver.h"
+#include "Data/XObject.h"
 #include "TestChannel.h"
 
 namespace Kivo::Data {
 namespace {
 
+using Base::PropertyValueString;
+using Base::PropertyValueUuid;
+using Kivo::Test::parseObject;
 using Kivo::Test::ScopedLogCapture;
 typedef std::vector<std::string> Texts;
+typedef Kivo::Test::TestContainer<Kivo::Test::TestElement> Store;
 
 const char* const ALICE = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
 const char* const BOB = "6ba7b811-9dad-11d1-80b4-00c04fd430c8";
+const std::string ID = ALICE;
 const char* const NO_JSON =
     "Trace: String representation of XObject reference is no valid JSON string";
 const char* const BAD_URI =
@@ -38,10 +46,7 @@ const char* const UNIDENTIFIED = "unidentified element";
 std::string contactUri(const char* id) { return std::string("/Phone/contacts/") + id; }
 
 std::string text(const Poco::Dynamic::Var& json) {
-    if (json.isString()) return json.extract<std::string>();
-    std::ostringstream out;
-    json.extract<Poco::JSON::Object::Ptr>()->stringify(out);
-    return out.str();
+    return json.isString() ? json.extract<std::string>() : Kivo::Test::jsonText(json);
 }
 
 // An object's type name, identifier and path, then its compact JSON.
@@ -97,13 +102,10 @@ protected:
     // The element the container now holds under `id`; the container keeps it alive.
     template <class E>
     E* add(Kivo::Test::TestContainer<E>& store, const std::string& name, const std::string& id) {
-        Poco::JSON::Object json;
-        json.set("id", id);
-        json.set("name", name);
-        EXPECT_EQ(OperationResult::OK, store.addElement(&json).value()) << id;
-        AbstractResource::Ptr element;
-        store.getElement(Poco::UUID(id), element);
-        return static_cast<E*>(element.get());
+        const auto json =
+            Kivo::Test::parseObject(R"({"id":")" + id + R"(","name":")" + name + "\"}");
+        EXPECT_EQ(OperationResult::OK, store.addElement(json.get()).value()) << id;
+        return &Kivo::Test::elementOf<E>(store, id);
     }
     void remove(const char* id) { ASSERT_TRUE(contacts.removeElement(Poco::UUID(id)).isSuccess()); }
 
@@ -308,14 +310,11 @@ TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
         EXPECT_EQ(!rows[i].equal, rows[i].left != rows[i].right) << "row " << i;
         EXPECT_EQ(rows[i].order, left.compare(right)) << "row " << i;
     }
-    for (const auto& [pattern, matches] :
-         std::vector<std::pair<std::string, bool>>{{"Alice", true},
-                                                   {"Ali", false},
-                                                   {ALICE, true},
-                                                   {contactUri(ALICE), true},
-                                                   {"/Phone/.*", true},
-                                                   {"555", false},
-                                                   {"/Phone/contacts", false}}) {
+    const std::pair<std::string, bool> patterns[] = {
+        {"Alice", true},           {"Ali", false},      {ALICE, true},
+        {contactUri(ALICE), true}, {"/Phone/.*", true}, {"555", false},
+        {"/Phone/contacts", false}};
+    for (const auto& [pattern, matches] : patterns) {
         EXPECT_EQ(matches, toAlice.matches(Poco::RegularExpression(pattern))) << pattern;
     }
 }
@@ -400,6 +399,228 @@ TEST_F(XObjectReferenceTest, IndexFilesOwnersByTarget) {
     EXPECT_FALSE(first->about.isResolvedReference());
     EXPECT_EQ((Owners{second, first, empty}), index->get());
     EXPECT_EQ((Owners{second, first}), index->find(alice));
+}
+
+// Exposes the owner-side API.
+class Identified : public XObject {
+public:
+    Identified() : XObject(Type("Thing")) {}
+    Identified(const std::string& name, const PropertyValueUuid& id)
+        : XObject(Type("Thing", Type("Root")), PropertyValueString(name), id) {}
+    Identified(const Type& type, const Poco::JSON::Object* json) : XObject(type, json) {}
+    using XObject::initPropertyFromJSON;
+    using XObject::initXObjectFromJSON;
+    using XObject::setId;
+    using XObject::setName;
+    using XObject::setOwnPropertyValueFromString;
+};
+
+TEST(XObject, IdentityIsTheOwnersToSet) {
+    Identified object("alpha", PropertyValueUuid(ID));
+    std::ostringstream text;
+    object.toJSON(5)->stringify(text);
+    EXPECT_EQ(R"({"id":")" + ID + R"(","name":"alpha","uri":"/Root/)" + ID + R"("})", text.str());
+    const Identified copy(object);
+    EXPECT_EQ(object.getIdentification(), copy.getIdentification());
+    EXPECT_NE(object.getLock().get(), copy.getLock().get());
+    EXPECT_EQ(&copy, copy.getName().getParent());
+
+    auto& name = const_cast<Base::PropertyString&>(object.getName());
+    auto& id = const_cast<Base::PropertyUuid&>(object.getId());
+    EXPECT_FALSE(name.setValueFromString("mallory"));
+    EXPECT_FALSE(id.setValue(PropertyValueUuid()));
+    EXPECT_FALSE(const_cast<Base::PropertyUri&>(object.getUri()).setValueFromString("/elsewhere"));
+    EXPECT_TRUE(object.setOwnPropertyValueFromString("beta", name));
+    EXPECT_EQ("beta", name.getValue());
+    EXPECT_FALSE(name.setValueFromString("mallory")) << "owner access must not outlive the write";
+
+    int changes = 0;
+    struct Counter {
+        int* changes;
+        void onChanged(const void*, Base::PropertyUuid::ValueChangedEventPayload&) { ++*changes; }
+    } counter{&changes};
+    id.ValueChanged += Poco::delegate(&counter, &Counter::onChanged);
+    const PropertyValueUuid fresh;
+    EXPECT_TRUE(object.setId(fresh));
+    EXPECT_TRUE(object.setId(fresh));
+    EXPECT_EQ(1, changes) << "the same id twice notifies once";
+    id.ValueChanged -= Poco::delegate(&counter, &Counter::onChanged);
+}
+
+TEST(XObject, JsonInitialisationStopsAtTheFirstFailure) {
+    ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+    struct Row {
+        std::string json;
+        OperationResult::Value result;
+        const char* name;  // the name once it failed
+        const char* log;
+    };
+    const std::string id = R"({"id":")" + ID + R"(",)";
+    const char* const NO_URI =
+        "Error: Failed to init property uri for Thing: not found in JSON Object.";
+    const Row rows[] = {
+        {id + R"("name":"alpha"})", OperationResult::UNKNOWN_PROPERTY, "alpha", NO_URI},
+        {id + R"("name":"alpha","uri":null})", OperationResult::UNKNOWN_PROPERTY, "alpha", NO_URI},
+        {R"({"id":"not-a-uuid","name":"alpha","uri":"/a"})", OperationResult::INVALID_VALUE, "",
+         "Error: Failed to init property id for Thing: invalid value"},
+        {id + R"("name":"alpha","uri":"http://h:x/"})", OperationResult::INVALID_VALUE, "alpha",
+         "Error: Failed to init property uri for Thing: invalid value"},
+        {id + R"("name":7,"uri":"/a/b"})", OperationResult::OK, "7", nullptr},
+    };
+    for (const Row& row : rows) {
+        capture.channel().clear();
+        Identified object;
+        EXPECT_EQ(row.result, object.initXObjectFromJSON(parseObject(row.json).get()).value())
+            << row.json;
+        EXPECT_EQ(row.name, object.getName().getValue()) << row.json;
+        const std::vector<std::string> texts = capture.texts();
+        EXPECT_EQ(row.log ? row.log : "", texts.empty() ? "" : texts.back()) << row.json;
+    }
+    capture.channel().clear();
+    Identified object;
+    EXPECT_EQ(OperationResult::PROCESSING_ERROR, object.initXObjectFromJSON(nullptr).value());
+    EXPECT_EQ(
+        std::vector<std::string>{"Error: Tried to initialise XObject properties from NULL-Pointer"},
+        capture.texts());
+
+    // An exception while applying a member passes through, logged without a separator.
+    capture.channel().clear();
+    struct Opaque {};
+    Poco::JSON::Object json;
+    json.set("id", Poco::Dynamic::Var(Opaque()));
+    auto& objectId = const_cast<Base::PropertyUuid&>(object.getId());
+    EXPECT_THROW(object.initPropertyFromJSON(&json, objectId), Poco::BadCastException);
+    EXPECT_EQ(std::vector<std::string>{"Error: Failed to init property idBad cast exception"},
+              capture.texts());
+
+    const auto good = parseObject(R"({"id":")" + ID + R"(","name":"n","uri":"/Thing/x"})");
+    EXPECT_EQ("/Thing/x",
+              Identified(XObject::Type("Thing"), good.get()).getUri().getValue().toString());
+    try {
+        Identified failed(XObject::Type("Thing"), parseObject(R"({"name":"n"})").get());
+        FAIL() << "the JSON constructor accepted an object without id";
+    } catch (const Poco::DataException& error) {
+        EXPECT_EQ("Failed to initialise XObject from JSON object!", error.message());
+    }
+}
+
+TEST(XObject, OrdersByNameThenIdAndEqualsById) {
+    const PropertyValueUuid low(std::string("00000000-0000-1000-8000-000000000001"));
+    const PropertyValueUuid high(std::string("ffffffff-0000-1000-8000-000000000001"));
+    const Identified a1("a", low), a2("a", high), b1("b", low);
+    EXPECT_TRUE(a1 < a2);
+    EXPECT_TRUE(a2 > a1);
+    EXPECT_TRUE(a2 < b1) << "the name decides before the id";
+    EXPECT_FALSE(a1 < a1);
+    EXPECT_TRUE(a1 == b1);
+    EXPECT_TRUE(a1 != a2);
+}
+
+// Two services of the same name, so that their resources share URIs.
+struct TwoPhones {
+    Service first{"Phone", "first", 80, PropertyValueUuid()};
+    Service second{"Phone", "second", 81, PropertyValueUuid()};
+    Store contacts{first, "contacts"};
+    Store sameUri{second, "contacts"};
+    Store albums{first, "albums"};
+};
+
+TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndRemovesByUri) {
+    TwoPhones phones;
+    LocalReferenceResolver resolver({&phones.contacts, &phones.sameUri, nullptr});
+    EXPECT_EQ(LocalReferenceResolver::SourceList{&phones.contacts}, resolver.getSources());
+    // Additive: what is filed stays, and the list comes back in URI order.
+    resolver.setSources({nullptr, &phones.sameUri, &phones.albums});
+    EXPECT_EQ((LocalReferenceResolver::SourceList{&phones.albums, &phones.contacts}),
+              resolver.getSources());
+    // Removing the second "/Phone/contacts" removes the first.
+    resolver.removeSource(nullptr);
+    resolver.removeSource(&phones.sameUri);
+    EXPECT_EQ(LocalReferenceResolver::SourceList{&phones.albums}, resolver.getSources());
+}
+
+TEST(LocalReferenceResolver, ResolvesByTypePathAndId) {
+    TwoPhones phones;
+    Poco::JSON::Object json;
+    json.set("id", ALICE);
+    ASSERT_TRUE(phones.contacts.addElement(&json).isSuccess());
+    AbstractResource::Ptr alice;
+    ASSERT_TRUE(phones.contacts.getElement(Poco::UUID(ALICE), alice).isSuccess());
+    LocalReferenceResolver resolver({&phones.contacts, &phones.albums});
+
+    const XObject::Type contact("contactObject", XObject::Type("contacts", XObject::Type("Phone")));
+    struct Row {
+        const char* path;  // empty: the type's own
+        const char* id;
+        bool resolved;
+    };
+    const Row rows[] = {
+        {"", ALICE, true},
+        {"/Phone/contacts", ALICE, false},
+        {"/phone/contacts/", ALICE, false},
+        {"", BOB, false},
+    };
+    for (const Row& row : rows) {
+        XObject::Type type = contact;
+        if (*row.path != '\0') type.path = row.path;
+        XObject reference(type, PropertyValueString("someone"),
+                          PropertyValueUuid(std::string(row.id)));
+        XObject* result = &reference;
+        EXPECT_EQ(row.resolved, resolver.resolve(&reference, result)) << row.path << row.id;
+        EXPECT_EQ(row.resolved ? alice.get() : nullptr, result) << row.path << row.id;
+    }
+    XObject* result = alice.get();
+    EXPECT_FALSE(resolver.resolve(nullptr, result));
+    EXPECT_EQ(nullptr, result);
+    result = alice.get();
+    EXPECT_FALSE(LocalReferenceResolver().resolve(alice.get(), result));
+    EXPECT_EQ(nullptr, result);
+}
+
+// Answers a fixed object (null: fails after nulling the result) and counts the questions.
+class FixedResolver : public IReferenceResolver {
+public:
+    explicit FixedResolver(XObject* answer) : m_answer(answer) {}
+    bool resolve(XObject*, XObject*& result) const override {
+        ++calls;
+        result = m_answer;
+        return m_answer != nullptr;
+    }
+    mutable int calls = 0;
+
+private:
+    XObject* m_answer;
+};
+
+TEST(CombinedReferenceResolver, AsksResolversInOrderOfAdditionUntilOneAnswers) {
+    XObject a(XObject::Type("Thing")), b(XObject::Type("Thing"));
+    struct Row {
+        XObject* first;
+        XObject* second;
+        XObject* expected;
+        int secondCalls;
+    };
+    const Row rows[] = {{&a, &b, &a, 0}, {nullptr, &b, &b, 1}, {nullptr, nullptr, nullptr, 1}};
+    for (const Row& row : rows) {
+        FixedResolver first(row.first), second(row.second);
+        CombinedReferenceResolver chain;
+        XObject* result = &a;
+        EXPECT_FALSE(chain.resolve(&a, result)) << "an empty chain";
+        EXPECT_FALSE(chain.addReferenceResolver(nullptr));
+        ASSERT_TRUE(chain.addReferenceResolver(&first));
+        EXPECT_FALSE(chain.addReferenceResolver(&first)) << "no duplicates";
+        ASSERT_TRUE(chain.addReferenceResolver(&second));
+        EXPECT_EQ(row.expected != nullptr, chain.resolve(&a, result));
+        EXPECT_EQ(row.expected, result);
+        EXPECT_EQ(1, first.calls);
+        EXPECT_EQ(row.secondCalls, second.calls);
+
+        EXPECT_FALSE(chain.removeReferenceResolver(nullptr));
+        EXPECT_TRUE(chain.removeReferenceResolver(&first));
+        EXPECT_FALSE(chain.removeReferenceResolver(&first));
+        EXPECT_EQ(row.second != nullptr, chain.resolve(&a, result));
+        EXPECT_EQ(1, first.calls) << "a removed resolver is not asked";
+    }
 }
 
 }  // namespace

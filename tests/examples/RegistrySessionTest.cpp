@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
+#include "Data/ElementFixture.h"
 #include "MediaData.h"
 #include "TestChannel.h"
 
@@ -15,28 +15,21 @@ namespace {
 
 using Kivo::Data::AbstractResource;
 using Kivo::Data::XObject;
+using Kivo::Test::jsonText;
+using Kivo::Test::parseObject;
+using Kivo::Test::parseValue;
 using Kivo::Test::ScopedLogCapture;
 
 const std::string TRACK = "/Media/Tracks/19acbfe1-6252-475b-bf5b-8660cbeb4369";
 
 typedef std::vector<std::string> Texts;
 
-std::vector<Poco::Dynamic::Var> documents(const std::string& text) {
-    std::vector<Poco::Dynamic::Var> result;
+// The compact JSON text of each line of `text`.
+Texts documents(const std::string& text) {
+    Texts result;
     std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        result.push_back(Poco::JSON::Parser().parse(line));
+    for (std::string line; std::getline(in, line);) result.push_back(jsonText(parseValue(line)));
     return result;
-}
-
-Poco::JSON::Object::Ptr object(const Poco::Dynamic::Var& json) {
-    return json.extract<Poco::JSON::Object::Ptr>();
-}
-
-std::string text(const Poco::Dynamic::Var& json) {
-    std::ostringstream out;
-    Poco::JSON::Stringifier::stringify(json, out);
-    return out.str();
 }
 
 struct Loaded {
@@ -69,10 +62,10 @@ TEST(MediaData, ShippedAndGeneratedDataLoadWithEveryReferenceResolved) {
         }
     }
     // The same arguments give the same ids.
-    EXPECT_EQ(text(Media::generateMediaData(7, 3, 2, 9).elements),
-              text(Media::generateMediaData(7, 3, 2, 9).elements));
-    EXPECT_NE(text(Media::generateMediaData(7, 3, 2, 9).elements),
-              text(Media::generateMediaData(7, 3, 2, 10).elements));
+    EXPECT_EQ(jsonText(Media::generateMediaData(7, 3, 2, 9).elements),
+              jsonText(Media::generateMediaData(7, 3, 2, 9).elements));
+    EXPECT_NE(jsonText(Media::generateMediaData(7, 3, 2, 9).elements),
+              jsonText(Media::generateMediaData(7, 3, 2, 10).elements));
     EXPECT_EQ(Texts{}, capture.texts());
 }
 
@@ -95,24 +88,24 @@ TEST(RegistrySession, ChangesAreAnsweredThenReportedOnceAndReplayed) {
     const auto answers = documents(tree.out.str());
     ASSERT_EQ(11u, answers.size()) << tree.out.str();
     const std::string ok = R"({"message":"ok","result":"ok"})";
-    EXPECT_EQ(ok, text(answers[0])) << "before watching, no event is printed";
-    EXPECT_EQ(R"({"revision":1,"watching":true})", text(answers[1]));
-    EXPECT_EQ(2u, object(answers[2])->getArray("elements")->size()) << "the last two of 12";
+    EXPECT_EQ(ok, answers[0]) << "before watching, no event is printed";
+    EXPECT_EQ(R"({"revision":1,"watching":true})", answers[1]);
+    EXPECT_EQ(2u, parseObject(answers[2])->getArray("elements")->size()) << "the last two of 12";
     EXPECT_EQ(R"({"message":"rating: 9 is above the maximum 5","result":"invalid_value"})",
-              text(answers[3]));
+              answers[3]);
     const std::string removal = R"({"event":"changed","id":")" + TRACK.substr(14) +
                                 R"(","resource":"Tracks","revision":2,"values":{"rating":null}})";
-    EXPECT_EQ((Texts{ok, removal}), (Texts{text(answers[4]), text(answers[5])}));
-    const std::string id = object(answers[6])->getValue<std::string>("id");
-    EXPECT_EQ(R"({"id":")" + id + R"(","message":"ok","result":"ok"})", text(answers[6]));
-    const Poco::JSON::Object::Ptr added = object(answers[7]);
+    EXPECT_EQ((Texts{ok, removal}), (Texts{answers[4], answers[5]}));
+    const std::string id = parseObject(answers[6])->getValue<std::string>("id");
+    EXPECT_EQ(R"({"id":")" + id + R"(","message":"ok","result":"ok"})", answers[6]);
+    const Poco::JSON::Object::Ptr added = parseObject(answers[7]);
     EXPECT_EQ("added", added->getValue<std::string>("event"));
     EXPECT_EQ(3, added->getValue<int>("revision"));
     EXPECT_EQ("Night", added->getObject("element")->getValue<std::string>("name"));
     EXPECT_EQ(id, added->getObject("element")->getValue<std::string>("id"));
     // Resumed after revision 1: the events after it again, in order.
-    EXPECT_EQ(R"({"revision":3,"watching":true})", text(answers[8]));
-    EXPECT_EQ((Texts{removal, text(answers[7])}), (Texts{text(answers[9]), text(answers[10])}));
+    EXPECT_EQ(R"({"revision":3,"watching":true})", answers[8]);
+    EXPECT_EQ((Texts{removal, answers[7]}), (Texts{answers[9], answers[10]}));
 }
 
 TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
@@ -156,24 +149,22 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     // Resource names are found in any case; client refusals are answers, not bad input.
     EXPECT_TRUE(session.execute("describe tracks"));
     EXPECT_EQ("TrackObject",
-              object(documents(tree.out.str()).at(0))->getValue<std::string>("element"));
+              parseObject(documents(tree.out.str()).at(0))->getValue<std::string>("element"));
     tree.out.str("");
     const std::size_t held = tree.service.tracks.size();
     for (const std::string& line :
          Texts{"list Albums 41 1", "update " + TRACK + R"( {"colour": "red"})",
-          "set " + TRACK + " rating \"4\"", "find Tracks colour=red", "add Tracks {\"id\": 1}"}) {
+               "set " + TRACK + " rating \"4\"", "find Tracks colour=red",
+               "add Tracks {\"id\": 1}"}) {
         EXPECT_TRUE(session.execute(line)) << line;
     }
-    EXPECT_EQ(Texts({R"({"message":"invalid_value","result":"invalid_value"})",
-                     R"({"message":"colour: no such property","result":"unknown_property"})",
-                     R"({"message":"rating: expects an integer, got a string","result":"wrong_type"})",
-                     R"({"message":"colour: no such property","result":"unknown_property"})",
-                     R"({"message":"name: is required","result":"invalid_object"})"}),
-              [&] {
-                  Texts answers;
-                  for (const auto& answer : documents(tree.out.str())) answers.push_back(text(answer));
-                  return answers;
-              }());
+    EXPECT_EQ(
+        Texts({R"({"message":"invalid_value","result":"invalid_value"})",
+               R"({"message":"colour: no such property","result":"unknown_property"})",
+               R"({"message":"rating: expects an integer, got a string","result":"wrong_type"})",
+               R"({"message":"colour: no such property","result":"unknown_property"})",
+               R"({"message":"name: is required","result":"invalid_object"})"}),
+        documents(tree.out.str()));
     EXPECT_EQ(held, tree.service.tracks.size());
 }
 

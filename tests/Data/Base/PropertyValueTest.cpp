@@ -5,11 +5,13 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include <Poco/Exception.h>
+#include <Poco/RegularExpression.h>
 #include <Poco/URI.h>
 #include <gtest/gtest.h>
 
@@ -26,6 +28,11 @@ namespace {
 typedef PropertyValueNumberBase<long> Number;
 typedef PropertyValueString S;
 typedef PropertyValueEnum::EnumValues Words;
+typedef PropertyValueArray<S> StringArray;
+typedef PropertyValueArray<PropertyValueFormatedString<S::STRING_FORMAT_SERVICECATEGORY>>
+    CategoryArray;
+typedef PropertyValueArray<PropertyValueFormatedString<S::STRING_FORMAT_VERSION>> VersionArray;
+typedef std::vector<std::string> Texts;
 typedef std::function<std::pair<bool, std::string>(const std::string&)> Writer;
 
 // Writes a text into a fresh copy of `value`: whether it was accepted, and the text it holds
@@ -265,10 +272,161 @@ TEST(PropertyValueUri, LogsAndRefusesTextTheUriLibraryRejects) {
     EXPECT_EQ(Poco::Message::PRIO_ERROR, lines[0].priority);
 }
 
-TEST(PropertyValueUuid, DefaultsToANewRandomUuid) {
-    const PropertyValueUuid fresh;
-    EXPECT_EQ(Poco::UUID::UUID_RANDOM, fresh.getValue().version());
-    EXPECT_FALSE(fresh == PropertyValueUuid());
+// A refused pattern, or one the current text fails, leaves the earlier check in force.
+TEST(PropertyValueCustomString, PatternChangesKeepTheEarlierCheckOnRefusal) {
+    S date(S::STRING_FORMAT_DATE);
+    EXPECT_FALSE(date.setCustomFormat(""));
+    EXPECT_FALSE(date.setValue("x")) << "a non-custom string keeps its format check";
+
+    PropertyValueCustomString custom("abc");
+    ASSERT_TRUE(custom.setCustomFormat("[a-z]+"));
+    EXPECT_FALSE(custom.setValue("123"));
+    EXPECT_FALSE(custom.setCustomFormat("[0-9]+")) << "the current text fails the new pattern";
+    EXPECT_THROW(custom.setCustomFormat("("), Poco::RegularExpressionException);
+    EXPECT_FALSE(custom.setValue("123")) << "the earlier pattern stays in force";
+    const PropertyValueCustomString copy(custom);
+    EXPECT_TRUE(custom.setCustomFormat(""));
+    EXPECT_TRUE(custom.setValue("")) << "an empty pattern lifts every restriction";
+    EXPECT_FALSE(copy.isValidValue("123")) << "a copy keeps its own check";
+
+    PropertyValueCustomString placeholder(S::UNDEFINED_VALUE, "[0-9]+");
+    EXPECT_EQ("<undefined>", placeholder.getValue()) << "installed whatever the value";
+    EXPECT_FALSE(placeholder.setValue("abc"));
+    EXPECT_TRUE(placeholder.setValue("12"));
+    EXPECT_THROW(PropertyValueCustomString("a", "[0-9"), Poco::RegularExpressionException);
+}
+
+TEST(PropertyValueEnum, StartsWithTheFirstGivenWordAndRefusesOthers) {
+    EXPECT_EQ("off", PropertyValueEnum(Words{"off", "auto", "on"}).getValue())
+        << "first in the given order, not the smallest";
+    EXPECT_EQ("", PropertyValueEnum(Words{}).getValue());
+    EXPECT_EQ("free", PropertyValueEnum("free", Words{}).getValue());
+    try {
+        PropertyValueEnum("dim", Words{"off", "on"});
+        FAIL() << "a value outside the allowed words was accepted";
+    } catch (const Poco::AssertionViolationException& error) {
+        EXPECT_EQ("Initialising Enum property with invalid value!", error.message());
+    }
+    PropertyValueEnum value(Words{"off", "on"});
+    value.addEnumValue("dim");
+    EXPECT_TRUE(value.setValueFromString("dim"));
+    EXPECT_FALSE(PropertyValueEnum(Words{}).setCustomFormat("x")) << "an enum is not custom";
+}
+
+// The declared order is kept beside the byte-wise set, each word once, at its first place.
+TEST(PropertyValueEnum, KeepsTheDeclaredOrderOfItsWords) {
+    PropertyValueEnum value(Words{"off", "auto", "on", "auto"});
+    EXPECT_EQ((Words{"off", "auto", "on"}), value.getDeclaredEnumValues());
+    EXPECT_EQ((PropertyValueEnum::EnumValueSet{"auto", "off", "on"}), value.getEnumValues());
+    value.addEnumValue("dim");
+    value.addEnumValue("auto");
+    EXPECT_EQ((Words{"off", "auto", "on", "dim"}), value.getDeclaredEnumValues());
+    const PropertyValueEnum copy(value);
+    value.setEnumValues({"z", "a"});
+    EXPECT_EQ((Words{"z", "a"}), value.getDeclaredEnumValues());
+    EXPECT_EQ((Words{"off", "auto", "on", "dim"}), copy.getDeclaredEnumValues());
+    EXPECT_EQ((Words{"b", "a"}), PropertyValueEnum("a", Words{"b", "a"}).getDeclaredEnumValues());
+}
+
+TEST(PropertyValueEnum, SetEnumValuesReplacesAValueThatLostItsWord) {
+    PropertyValueEnum value("on", Words{"off", "on"});
+    value.setEnumValues({"on", "dim"});
+    EXPECT_EQ("on", value.getValue()) << "still allowed";
+    EXPECT_EQ((PropertyValueEnum::EnumValueSet{"dim", "on"}), value.getEnumValues());
+    value.setEnumValues({"low", "high"});
+    EXPECT_EQ("low", value.getValue()) << "first in the given order";
+    value.setEnumValues({});
+    EXPECT_EQ("low", value.getValue()) << "an empty list allows the current value";
+
+    // A kind that refuses the empty text falls back to the undefined text instead.
+    class NonEmptyEnum : public PropertyValueEnum {
+    public:
+        NonEmptyEnum() : PropertyValueEnum(Words{}) {}
+        bool isValidValue(const std::string& text) const override {
+            return !text.empty() && PropertyValueEnum::isValidValue(text);
+        }
+    } strict;
+    strict.setEnumValues({});
+    EXPECT_EQ("<undefined>", strict.getValue());
+}
+
+// Values of one format share one compiled expression; run per test process, this also races
+// its first compilation.
+TEST(PropertyValueString, ValidatesFromManyThreadsAtOnce) {
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int& count : mismatches) {
+        threads.emplace_back([&count] {
+            for (int round = 0; round < 500; ++round) {
+                const PropertyValueFormatedString<S::STRING_FORMAT_VERSION> value;
+                count += !value.isValidValue("1.2.3") + value.isValidValue("1.2.3.4");
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(std::vector<int>(4, 0), mismatches);
+}
+
+TEST(PropertyValueArray, TakesAWholeJsonArrayOrKeepsTheOldOne) {
+    const Texts kept = {"keep"};
+    // clang-format off
+    const std::pair<std::string, Texts> rows[] = {
+        {R"(["b", "a", "b"])", {"a", "b", "b"}}, {"[]", {}}, {"[5, true]", {"5", "true"}},
+        {"word", kept}, {R"({"a": "b"})", kept}, {"", kept}, {R"(["a", null])", kept},
+        {R"(["a",)", kept},
+    };
+    // clang-format on
+    for (const auto& [text, stored] : rows) {
+        StringArray array;
+        ASSERT_TRUE(array.addElement("keep"));
+        EXPECT_EQ(stored != kept, array.isValidStringValue(text)) << text;
+        EXPECT_EQ(stored != kept, array.setValueFromString(text)) << text;
+        EXPECT_EQ(stored, Texts(array)) << text;
+    }
+
+    // One element a kind refuses refuses the whole array.
+    CategoryArray categories;
+    ASSERT_TRUE(categories.setValueFromString(R"(["map"])"));
+    EXPECT_FALSE(categories.setValueFromString(R"(["media", "Foo"])"));
+    EXPECT_FALSE(categories.addElement("Foo"));
+    EXPECT_EQ(Texts{"map"}, Texts(categories));
+    CategoryArray::value_type out{CategoryArray::element_type("map")};
+    EXPECT_FALSE(categories.parseString("word", out));
+    EXPECT_EQ(1u, out.size()) << "no JSON array: the output is untouched";
+    EXPECT_FALSE(categories.parseString(R"(["media", "Foo"])", out));
+    EXPECT_TRUE(out.empty()) << "a refused element empties the output";
+
+    VersionArray versions;
+    EXPECT_FALSE(
+        versions.setValue({VersionArray::element_type("1.0"), VersionArray::element_type("one")}));
+    EXPECT_EQ(0u, versions.size());
+}
+
+TEST(PropertyValueArray, EditsMatchesAndDefaultElement) {
+    StringArray array;
+    EXPECT_FALSE(array.matches(Poco::RegularExpression(".*"))) << "empty";
+    EXPECT_TRUE(array.addElement("bc"));
+    EXPECT_TRUE(array.addElement(S("bc")));
+    EXPECT_TRUE(array.addElement(S("2018-01-01", S::STRING_FORMAT_DATE)));
+    EXPECT_EQ(S::STRING_FORMAT_DATE, std::vector<S>(array)[0].getFormatType())
+        << "an added element is stored as given, not remade from the prototype";
+    EXPECT_TRUE(array.matches(Poco::RegularExpression("b.")));
+    EXPECT_FALSE(array.matches(Poco::RegularExpression("b"))) << "one element matches whole";
+    EXPECT_TRUE(array.removeElement(S("bc")));
+    EXPECT_EQ((Texts{"2018-01-01", "bc"}), Texts(array)) << "one of two equal texts is removed";
+    EXPECT_FALSE(array.removeElement(S("c")));
+    EXPECT_FALSE(array.hasElement(S("c")));
+
+    // A prototype that a present element fails is refused; the earlier one stays.
+    const PropertyValueCustomString digits(S::UNDEFINED_VALUE, "[0-9]+");
+    EXPECT_FALSE(array.setDefaultElement(digits));
+    EXPECT_TRUE(array.addElement("xyz"));
+    array.clear();
+    EXPECT_TRUE(array.setDefaultElement(digits));
+    EXPECT_FALSE(array.addElement("xyz"));
+    EXPECT_FALSE(array.setValueFromString(R"(["1", "x"])"));
+    EXPECT_TRUE(array.setValueFromString(R"(["2", "1"])"));
+    EXPECT_EQ((Texts{"1", "2"}), Texts(array));
 }
 
 }  // namespace
