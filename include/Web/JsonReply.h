@@ -25,7 +25,8 @@ public:
     static int statusOf(Data::OperationResult::Value code);
     /// The result body for `result` under statusOf(code); a success carries an empty message.
     static WebResponse of(const Data::OperationResult& result);
-    /// The failure body `{"result": <code string>, "message": <message>}` under `status`.
+    /// The failure body `{"result": <code string>, "message": <message>}` under `status`; a
+    /// message that is not valid UTF-8 has its bytes from 0x80 on replaced by "?".
     static WebResponse failure(int status, Data::OperationResult::Value code,
                                const std::string& message);
     /// `json`, compact, under `status`.

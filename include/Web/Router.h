@@ -85,9 +85,9 @@ private:
                          const Caller& caller) const;
     WebResponse listServices(const Caller& caller) const;
     WebResponse describeService(const ServedService& served, const Caller& caller) const;
-    WebResponse listElements(const Target& target, const WebRequest& request) const;
+    WebResponse listElements(const Target& target) const;
     WebResponse describeResource(const Target& target) const;
-    WebResponse getElement(const Target& target, const WebRequest& request) const;
+    WebResponse getElement(const Target& target) const;
     WebResponse addElement(const Target& target, const WebRequest& request) const;
     WebResponse patchElement(const Target& target, const WebRequest& request) const;
     WebResponse deleteElement(const Target& target) const;

@@ -5,6 +5,8 @@
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Stringifier.h>
 
+#include "Web/JsonBody.h"
+
 namespace Kivo::Web {
 
 using Data::OperationResult;
@@ -43,7 +45,15 @@ WebResponse JsonReply::failure(int status, OperationResult::Value code,
                                const std::string& message) {
     Poco::JSON::Object::Ptr body = new Poco::JSON::Object;
     body->set("result", OperationResult::valueToString(code));
-    body->set("message", message);
+    // A reason may quote what a client sent or what the parser made of it (its end-of-text
+    // byte 0xFF); answers stay UTF-8 whatever it holds.
+    std::string text = message;
+    if (!JsonBody::isValidUtf8(text)) {
+        for (char& byte : text) {
+            if (static_cast<unsigned char>(byte) >= 0x80) byte = '?';
+        }
+    }
+    body->set("message", text);
     return json(status, body);
 }
 

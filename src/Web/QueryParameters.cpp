@@ -4,6 +4,8 @@
 #include <Poco/String.h>
 #include <Poco/URI.h>
 
+#include "Web/JsonBody.h"
+
 namespace Kivo::Web {
 
 namespace {
@@ -66,6 +68,15 @@ bool QueryParameters::integer(const std::string& name, int& value) const {
         return false;
     }
     value = parsed;
+    return true;
+}
+
+bool QueryParameters::isValidUtf8() const {
+    for (const auto& parameter : m_parameters) {
+        if (!JsonBody::isValidUtf8(parameter.first) || !JsonBody::isValidUtf8(parameter.second)) {
+            return false;
+        }
+    }
     return true;
 }
 

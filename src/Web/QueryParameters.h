@@ -21,6 +21,8 @@ public:
     std::vector<std::string> all(const std::string& name) const;
     // Whether `name` is absent (`value` unchanged) or a decimal int (`value` set).
     bool integer(const std::string& name, int& value) const;
+    // Whether every name and value is valid UTF-8 (texts that answers may quote).
+    bool isValidUtf8() const;
 
 private:
     std::vector<std::pair<std::string, std::string>> m_parameters;

@@ -34,12 +34,13 @@ struct Router::Caller {
     std::optional<std::size_t> holder;
 };
 
-/// The resource (and element id, where the path names one) a request is about.
+/// The resource (and element id, where the path names one) a request is about, and its query.
 struct Router::Target {
     const ServedService& served;
     AbstractResource& resource;
     const Caller& caller;
     Poco::UUID id;
+    QueryParameters query;
 };
 
 namespace {
@@ -194,9 +195,15 @@ WebResponse Router::routeApi(const WebRequest& request, const std::vector<std::s
                                   std::string("the token may not ") + (writing ? "write" : "read") +
                                       " " + serviceName + "/" + nameOf(*resource));
     }
-    Target target{*served, *resource, caller, Poco::UUID()};
+    Target target{*served, *resource, caller, Poco::UUID(), QueryParameters()};
+    try {
+        target.query = QueryParameters::parse(request.query);
+    } catch (const Poco::SyntaxException&) {
+        return badValue("bad percent-encoding in the query");
+    }
+    if (!target.query.isValidUtf8()) return badValue("the query is not valid UTF-8");
     if (segments.size() == 2) {
-        if (method == "GET") return listElements(target, request);
+        if (method == "GET") return listElements(target);
         if (method == "POST") return addElement(target, request);
         return methodNotAllowed("GET, POST");
     }
@@ -204,7 +211,7 @@ WebResponse Router::routeApi(const WebRequest& request, const std::vector<std::s
         return method == "GET" ? describeResource(target) : methodNotAllowed("GET");
     }
     if (!target.id.tryParse(segments[2])) return notFound("no element '" + segments[2] + "'");
-    if (method == "GET") return getElement(target, request);
+    if (method == "GET") return getElement(target);
     if (method == "PATCH") return patchElement(target, request);
     if (method == "DELETE") return deleteElement(target);
     return methodNotAllowed("GET, PATCH, DELETE");
@@ -323,9 +330,9 @@ WebResponse Router::describeService(const ServedService& served, const Caller& c
     return JsonReply::json(200, body);
 }
 
-WebResponse Router::listElements(const Target& target, const WebRequest& request) const {
+WebResponse Router::listElements(const Target& target) const {
     ListQuery list;
-    const OperationResult read = ListQuery::read(QueryParameters::parse(request.query), list);
+    const OperationResult read = ListQuery::read(target.query, list);
     if (!read.isSuccess()) return JsonReply::of(read);
     if (!target.resource.isGetAllowed()) {
         return JsonReply::failure(403, OperationResult::FORBIDDEN,
@@ -346,7 +353,7 @@ WebResponse Router::describeResource(const Target& target) const {
     return JsonReply::json(200, Client::ResourceDescription::of(target.resource));
 }
 
-WebResponse Router::getElement(const Target& target, const WebRequest& request) const {
+WebResponse Router::getElement(const Target& target) const {
     AbstractResource::Ptr element;
     if (!target.resource.getElement(target.id, element).isSuccess() || element.isNull()) {
         return notFound("id " + target.id.toString() + ": no such element");
@@ -356,7 +363,7 @@ WebResponse Router::getElement(const Target& target, const WebRequest& request) 
                                   "reading is not allowed on this element");
     }
     Poco::JSON::Object::Ptr json = elementJSON(target.served.feed, *element);
-    const std::vector<std::string> expand = QueryParameters::parse(request.query).all("expand");
+    const std::vector<std::string> expand = target.query.all("expand");
     if (!expand.empty()) {
         const Poco::JSON::Object::Ptr expanded = element->toJSON(expand);
         for (const std::string& key : expand) {

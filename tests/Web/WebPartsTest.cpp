@@ -78,6 +78,9 @@ TEST(JsonReply, EveryResultCodeHasItsStatus) {
         EXPECT_EQ(OperationResult::valueToString(code), body->getValue<std::string>("result"));
         EXPECT_EQ(status == 200 ? "" : "why", body->getValue<std::string>("message"));
     }
+    const WebResponse quoted =
+        JsonReply::failure(400, OperationResult::INVALID_VALUE, "unexpected byte '\xFF' in \xC3\xA9");
+    EXPECT_EQ(R"({"message":"unexpected byte '?' in ??","result":"invalid_value"})", quoted.body);
 }
 
 TEST(TokenTable, GrantsParseAndCoverTheirScopeOnly) {
