@@ -106,6 +106,10 @@ libpocofoundation80 (>= 1.11.0), libpocojson80 (>= 1.11.0), libpoconet80 (>= 1.1
 libstdc++6 (>= 12)")
 endif()
 
+# The web library needs the data model's library, and qes-registryd both: they are not on the
+# system while the packages are made, so dpkg-shlibdeps finds them in the build tree. The
+# dependencies on them come from the component dependencies.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/src")
 set(CPACK_DEBIAN_DAEMON_PACKAGE_NAME qes-registryd)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SHLIBDEPS ${qes_shlibdeps})
