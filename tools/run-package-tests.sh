@@ -2,7 +2,8 @@
 # Makes the Debian packages from the release build, installs them into this machine with dpkg
 # and builds the client project in tests/downstream against the system copy, once through the
 # CMake package and once through pkg-config, with no search path given to either, and runs
-# both clients. The packages are purged again on the way out, whether the checks passed or not.
+# both clients (each with a client of the web interface), then runs qes-registryd from its own
+# package. The packages are purged again on the way out, whether the checks passed or not.
 # Needs root, and a machine without these packages installed.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -32,10 +32,6 @@ libdir=$(pkg-config --variable=libdir QesServiceDataLib)
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/main.cpp \
     $(pkg-config --cflags --libs QesServiceDataLib) -Wl,-rpath,"$libdir" \
     -o "$scratch/app-pkg-config"
-g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
-    $(pkg-config --cflags --libs QesServiceDataWeb) -Wl,-rpath,"$libdir" \
-    -o "$scratch/web-app-pkg-config"
-"$scratch/web-app-pkg-config"
 "$scratch/app-pkg-config"
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
     $(pkg-config --cflags --libs QesServiceDataWeb) -Wl,-rpath,"$libdir" \
