@@ -73,6 +73,15 @@ void send(const WebResponse& web, const WebRequest& request, HTTPServerResponse&
 
 enum BodyState { BODY_COMPLETE, BODY_TOO_LARGE, BODY_TRUNCATED };
 
+// send, unless an answer went out already; a client that left before its answer is not told.
+void sendQuietly(const WebResponse& web, const WebRequest& request, HTTPServerResponse& response) {
+    try {
+        if (!response.sent()) send(web, request, response);
+    } catch (const Poco::Exception&) {
+        // The client left.
+    }
+}
+
 // Reads the body into `body`. A body over `limit` is left unread from there on; one that ends
 // (or times out: the stream reports that as its end) before its Content-Length is truncated.
 BodyState readBody(HTTPServerRequest& request, std::size_t limit, std::string& body) {
@@ -126,11 +135,7 @@ public:
                                         "the request could not be read: " + error.message());
             response.setKeepAlive(false);
         }
-        try {
-            send(answer, web, response);
-        } catch (const Poco::Exception&) {
-            // The client left before its answer went out.
-        }
+        sendQuietly(answer, web, response);
         logRequest(web, answer.status, clock);
     }
 
@@ -182,15 +187,6 @@ public:
     }
 
 private:
-    static void sendQuietly(const WebResponse& web, const WebRequest& request,
-                            HTTPServerResponse& response) {
-        try {
-            if (!response.sent()) send(web, request, response);
-        } catch (const Poco::Exception&) {
-            // The client left.
-        }
-    }
-
     ServerCore& m_core;
 };
 
