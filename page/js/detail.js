@@ -2,8 +2,8 @@
 // links to their targets, saving only what changed (conditional on the revision read), and
 // deleting it where the resource allows. Also the form that adds an element.
 import * as api from "./api.js";
-import {h, uniqueId} from "./dom.js";
-import {routeOf, shortId, uriLink} from "./format.js";
+import {append, h, uniqueId} from "./dom.js";
+import {referenceUri, routeOf, shortId, uriLink} from "./format.js";
 import {buildFields, fieldOfMessage} from "./form.js";
 import {flash} from "./table.js";
 
@@ -49,10 +49,10 @@ export class ElementView {
                 event.preventDefault();
                 this.save();
             },
-        }, this.fields.map((field) => field.row), buttons, this.formStatus);
+        }, this.fields.map((field) => field.row), h("div", {class: "form-footer"}, buttons, this.formStatus));
         const note = this.resource.post ? null :
             h("p", {class: "note"}, `${this.resource.name} takes no changes from clients; the values are shown read-only.`);
-        this.root.append(
+        append(this.root,
             h("header", {class: "detail-head"}, this.heading,
                 h("a", {href: routeOf(this.serviceName, this.resource.name), class: "close"}, "Close")),
             this.meta, note, this.form);
@@ -77,24 +77,38 @@ export class ElementView {
     showHeader(element) {
         this.name = element.name || shortId(this.id);
         this.heading.textContent = this.name;
-        this.meta.replaceChildren(element.uri || "", ` · revision ${this.revision}`);
-        this.meta.dataset.revision = String(this.revision);
+        this.uri = element.uri || "";
+        this.showRevision(this.revision);
     }
 
-    // References as links to their targets, named after them where the target resolves.
+    showRevision(revision) {
+        this.revision = revision;
+        this.meta.replaceChildren(this.uri, ` · revision ${revision}`);
+        this.meta.dataset.revision = String(revision);
+    }
+
+    // References as links to their targets, named after them where the server names them or
+    // the target can be read.
     async showTargets(element) {
-        const references = this.fields.filter((field) => field.kind === "reference");
-        for (const field of references) field.target.replaceChildren(element[field.key] ? uriLink(element[field.key]) : "");
-        if (references.length === 0) return;
+        const unnamed = [];
+        for (const field of this.fields.filter((f) => f.kind === "reference" && f.key in element)) {
+            const value = element[field.key];
+            const uri = referenceUri(value);
+            const name = value && typeof value === "object" ? value.name : undefined;
+            field.target.replaceChildren(...(uri ? ["→ ", uriLink(uri, name)] : []));
+            if (uri && !name) unnamed.push(field);
+        }
+        if (unnamed.length === 0) return;
         try {
             const expanded = await api.element(this.serviceName, this.resource.name, this.id,
-                references.map((field) => field.key));
-            for (const field of references) {
+                unnamed.map((field) => field.key));
+            for (const field of unnamed) {
                 const target = expanded[field.key];
+                const uri = referenceUri(element[field.key]);
                 if (target && typeof target === "object" && target.uri) {
                     field.target.replaceChildren("→ ", uriLink(target.uri, target.name || undefined));
-                } else if (element[field.key]) {
-                    field.target.replaceChildren("→ ", uriLink(element[field.key]), " (does not resolve)");
+                } else {
+                    field.target.replaceChildren("→ ", uriLink(uri), " (does not resolve)");
                 }
             }
         } catch (error) {
@@ -146,9 +160,8 @@ export class ElementView {
             field.setBase(value === null ? undefined : value);
             field.showStatus(answer.result);
         }
-        if (typeof answer.revision === "number") this.revision = answer.revision;
-        this.meta.dataset.revision = String(this.revision);
-        if ("name" in changes && changes.name) this.heading.textContent = changes.name;
+        if (typeof answer.revision === "number") this.showRevision(answer.revision);
+        if ("name" in changes && changes.name) this.heading.textContent = this.name = changes.name;
         this.setFormStatus(answer.result, answer.message || "");
         if (this.fields.some((f) => f.kind === "reference" && f.key in changes)) {
             this.showTargets(Object.fromEntries(this.fields.map((f) => [f.key, f.base])));
@@ -189,15 +202,14 @@ export class ElementView {
             if (field.isDirty()) conflicts.push(key);
             field.setBase(value === null ? undefined : value, {keepTyped: true});
             flash(field.row);
-            if (field.kind === "reference") field.target.replaceChildren(value ? uriLink(value) : "");
+            if (field.kind === "reference") this.showTargets({[key]: value});
         }
-        if ("name" in values && values.name) this.heading.textContent = values.name;
+        if ("name" in values && values.name) this.heading.textContent = this.name = values.name;
         if (conflicts.length) {
             this.setFormStatus("changed", `${conflicts.join(", ")} changed meanwhile; saving will be refused until you reload.`);
             return;
         }
-        this.revision = revision;
-        this.meta.dataset.revision = String(revision);
+        this.showRevision(revision);
     }
 
     /// The element left its resource.
@@ -254,10 +266,11 @@ export class AddView {
                 this.add();
             },
         }, this.fields.map((field) => field.row),
-        h("div", {class: "form-buttons"},
-            h("button", {type: "submit", class: "primary"}, "Add"),
-            h("a", {class: "button", href: routeOf(serviceName, resource.name)}, "Cancel")),
-        this.formStatus);
+        h("div", {class: "form-footer"},
+            h("div", {class: "form-buttons"},
+                h("button", {type: "submit", class: "primary"}, "Add"),
+                h("a", {class: "button", href: routeOf(serviceName, resource.name)}, "Cancel")),
+            this.formStatus));
         this.root = h("section", {class: "detail add", "aria-labelledby": "detail-heading"},
             h("header", {class: "detail-head"}, this.heading), this.form);
     }

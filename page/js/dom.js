@@ -18,11 +18,12 @@ export function h(tag, attributes = {}, ...children) {
             element.setAttribute(name, String(value));
         }
     }
-    append(element, children);
+    append(element, ...children);
     return element;
 }
 
-function append(element, children) {
+/// Appends `children` (elements, strings, nested lists; null and false left out) to `element`.
+export function append(element, ...children) {
     for (const child of children.flat(Infinity)) {
         if (child === null || child === undefined || child === false) continue;
         element.append(child instanceof Node ? child : document.createTextNode(String(child)));
@@ -32,7 +33,7 @@ function append(element, children) {
 /// Replaces every child of `element` with `children`.
 export function replaceChildren(element, ...children) {
     element.replaceChildren();
-    append(element, children);
+    append(element, ...children);
 }
 
 /// A page-wide unique id for label/control pairs.

@@ -2,7 +2,7 @@
 // property takes, with its limits and format, its state (read-only, optional) and a place for
 // the server's answer about it.
 import {h, uniqueId} from "./dom.js";
-import {inputRules} from "./format.js";
+import {inputRules, referenceUri} from "./format.js";
 
 /// Keys in the order a form shows them: the name first, id and uri last, the rest by name.
 export function orderedKeys(description) {
@@ -110,6 +110,7 @@ export class Field {
     /// Takes `value` as the server's; the control shows it unless `keepTyped` and the user has
     /// changed the control.
     setBase(value, {keepTyped = false} = {}) {
+        if (this.kind === "reference" && value !== undefined) value = referenceUri(value);
         const typed = keepTyped && this.isDirty();
         this.base = value;
         if (!typed) this.show(value);
@@ -165,7 +166,10 @@ export class Field {
 export function buildFields(description, mode, editable = true) {
     const required = new Set(description.required || []);
     const fields = [];
-    for (const key of orderedKeys(description)) {
+    // Keys the user may change come first, so the form's working part needs no scrolling.
+    const keys = orderedKeys(description);
+    const canChange = (key) => mode === "add" || (editable && description.properties[key].writable === true);
+    for (const key of [...keys.filter(canChange), ...keys.filter((key) => !canChange(key))]) {
         const property = description.properties[key];
         if (mode === "add" && (key === "id" || key === "uri")) continue;
         const enabled = mode === "add" || (editable && property.writable === true);

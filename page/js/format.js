@@ -10,6 +10,13 @@ export function elementRoute(uri) {
     return match ? `#/${match.slice(1).map(encodeURIComponent).join("/")}` : null;
 }
 
+/// The URI a reference value points at: the value is the URI text, or the target's stub
+/// {"id", "name", "uri"}; "" when it points nowhere.
+export function referenceUri(value) {
+    if (typeof value === "string") return value;
+    return value && typeof value === "object" && typeof value.uri === "string" ? value.uri : "";
+}
+
 /// "#/Media/Albums/<id>".
 export function routeOf(...names) {
     return `#/${names.map(encodeURIComponent).join("/")}`;
@@ -42,7 +49,8 @@ export function displayValue(value, kind) {
         return parts;
     }
     if (kind === "reference" || kind === "uri") {
-        return value === "" ? h("span", {class: "unset"}, "—") : uriLink(value);
+        const uri = referenceUri(value);
+        return uri === "" ? h("span", {class: "unset"}, "—") : uriLink(uri, value && value.name);
     }
     if (typeof value === "object") return JSON.stringify(value);
     return String(value);

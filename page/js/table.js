@@ -1,7 +1,7 @@
 // A resource's elements as a table: search, paging, the total, and live updates from the
 // change feed (changed rows update in place and flash, added and removed ones come and go).
 import * as api from "./api.js";
-import {h, uniqueId} from "./dom.js";
+import {append, h, uniqueId} from "./dom.js";
 import {displayValue, routeOf, shortId} from "./format.js";
 import {orderedKeys} from "./form.js";
 
@@ -33,8 +33,10 @@ export class ResourceView {
         this.selectedId = null;
         this.reloadTimer = null;
         this.pendingFlash = new Set();
-        this.columns = orderedKeys(description).filter((key) => key !== "uri");
-        this.linkKey = this.columns.includes("name") ? "name" : "id";
+        // The id shows in the detail; it is the link itself only where there is no name.
+        const keys = orderedKeys(description).filter((key) => key !== "uri");
+        this.linkKey = keys.includes("name") ? "name" : "id";
+        this.columns = this.linkKey === "name" ? keys.filter((key) => key !== "id") : keys;
         this.root = h("section", {class: "resource", "aria-labelledby": "resource-heading"});
         this.build();
     }
@@ -46,7 +48,7 @@ export class ResourceView {
         if (r.post) {
             actions.append(h("a", {class: "button", href: routeOf(this.serviceName, r.name, "_new")}, `Add to ${r.name}`));
         }
-        this.root.append(
+        append(this.root,
             h("header", {class: "resource-head"}, this.heading, actions),
             r.description ? h("p", {class: "description"}, r.description) : null,
             this.buildSearch());
