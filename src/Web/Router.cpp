@@ -16,6 +16,7 @@
 #include "Client/ElementWriter.h"
 #include "Client/ResourceDescription.h"
 #include "Data/Service.h"
+#include "Data/XObjectReference.h"
 #include "Util/RecursiveRWLock.h"
 #include "Web/JsonBody.h"
 #include "Web/JsonReply.h"
@@ -102,10 +103,28 @@ bool parseIfMatch(const std::string& header, std::optional<Client::ChangeEvent::
     return true;
 }
 
+// The element as clients see it: its JSON with its revision, and each reference as the
+// target's URI text (the text a client writes back), where the element's JSON shows the
+// target's compact object.
+Poco::JSON::Object::Ptr elementJSON(const Client::ChangeFeed& feed, const Data::Element& element) {
+    Poco::JSON::Object::Ptr json = feed.toJSONWithRevision(element, 0);
+    Util::ScopedRecursiveReadLock lock(*element.getLock());
+    for (auto& member : *json) {
+        if (member.second.type() != typeid(Poco::JSON::Object::Ptr) ||
+            dynamic_cast<const Data::PropertyXObjectReference*>(
+                element.getProperty(member.first)) == nullptr) {
+            continue;
+        }
+        member.second =
+            member.second.extract<Poco::JSON::Object::Ptr>()->optValue<std::string>("uri", "");
+    }
+    return json;
+}
+
 Poco::JSON::Array::Ptr elementsOf(const Client::ChangeFeed& feed,
                                   const AbstractResource::ElementQueryResult& elements) {
     Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
-    for (const auto& element : elements) array->add(feed.toJSONWithRevision(*element, 0));
+    for (const auto& element : elements) array->add(elementJSON(feed, *element));
     return array;
 }
 
@@ -339,7 +358,7 @@ WebResponse Router::getElement(const Target& target, const WebRequest& request) 
         return JsonReply::failure(403, OperationResult::FORBIDDEN,
                                   "reading is not allowed on this element");
     }
-    Poco::JSON::Object::Ptr json = target.served.feed.toJSONWithRevision(*element, 0);
+    Poco::JSON::Object::Ptr json = elementJSON(target.served.feed, *element);
     const std::vector<std::string> expand = QueryParameters::parse(request.query).all("expand");
     if (!expand.empty()) {
         const Poco::JSON::Object::Ptr expanded = element->toJSON(expand);
