@@ -4,7 +4,7 @@
 import * as api from "./api.js";
 import {h, replaceChildren, uniqueId} from "./dom.js";
 import {Feed} from "./feed.js";
-import {routeOf} from "./format.js";
+import {forgetNames, noteEvent, routeOf} from "./format.js";
 import {AddView, ElementView} from "./detail.js";
 import {newSearchState, ResourceView} from "./table.js";
 
@@ -117,6 +117,7 @@ class App {
     }
 
     onEvent(serviceName, event) {
+        noteEvent(serviceName, event);
         if (event.event === "added") this.updateTotal(serviceName, event.resource, 1);
         if (event.event === "removed") this.updateTotal(serviceName, event.resource, -1);
         const table = this.resourceView;
@@ -134,6 +135,7 @@ class App {
 
     // Events were lost: everything shown is read again.
     async onResync(serviceName) {
+        forgetNames();
         await this.readService(serviceName);
         const [, resourceName] = location.hash.slice(2).split("/").map(decodeURIComponent);
         this.renderNav(serviceName, resourceName);

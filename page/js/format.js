@@ -1,7 +1,9 @@
 // How values look on the page: table cells, links to elements, hints for formats.
+import * as api from "./api.js";
 import {h} from "./dom.js";
 
-const ELEMENT_URI = /^\/([^/]+)\/([^/]+)\/([0-9a-fA-F-]{36})$/;
+/// "/<service>/<resource>/<uuid>", the URI of an element.
+export const ELEMENT_URI = /^\/([^/]+)\/([^/]+)\/([0-9a-fA-F-]{36})$/;
 
 /// The route of the element a URI like "/Media/Albums/<uuid>" names, or null for any other
 /// text.
@@ -27,13 +29,47 @@ export function shortId(id) {
     return typeof id === "string" && id.length > 8 ? `${id.slice(0, 8)}…` : String(id);
 }
 
-/// A link to the element a URI names ("Albums 88cf598e…", or `label` where known), or the
-/// text itself when it names no element.
+// Names of the elements references point at, read once per element and kept up to date by
+// the change feed: element URI -> Promise of its name ("" when it has none or is gone).
+const names = new Map();
+
+function nameOf(uri) {
+    if (!names.has(uri)) {
+        const [, service, resource, id] = ELEMENT_URI.exec(uri);
+        names.set(uri, api.element(service, resource, id).then((element) => element.name || "", () => ""));
+    }
+    return names.get(uri);
+}
+
+/// Keeps the names shown for references right: a renamed element's new name, a removed
+/// one's absence.
+export function noteEvent(serviceName, event) {
+    const uri = `/${serviceName}/${event.resource}/${event.id}`;
+    if (!names.has(uri)) return;
+    if (event.event === "removed") names.set(uri, Promise.resolve(""));
+    if (event.event === "changed" && event.values && "name" in event.values) {
+        names.set(uri, Promise.resolve(event.values.name || ""));
+    }
+}
+
+/// Forgets every name read (after a resync).
+export function forgetNames() {
+    names.clear();
+}
+
+/// A link to the element a URI names, showing `label`, else the target's name once read
+/// ("Albums 88cf598e…" until then); the text itself when it names no element.
 export function uriLink(uri, label) {
     const route = elementRoute(uri);
     if (!route) return String(uri);
     const [, , resource, id] = ELEMENT_URI.exec(uri);
-    return h("a", {href: route, class: "ref", title: uri}, label || `${resource} ${shortId(id)}`);
+    const link = h("a", {href: route, class: "ref", title: uri}, label || `${resource} ${shortId(id)}`);
+    if (!label) {
+        nameOf(uri).then((name) => {
+            if (name) link.textContent = name;
+        });
+    }
+    return link;
 }
 
 /// The content of a table cell or detail line for `value` of a property of `kind`.
