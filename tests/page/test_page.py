@@ -47,9 +47,10 @@ DRIVER = None
 class Server:
     """qes-registryd on a free port with a private copy of the data; stopped by stop()."""
 
-    def __init__(self, program, data, page):
+    def __init__(self, program, data, page, options=()):
         self.program = program
         self.page = page
+        self.options = list(options)
         self.scratch = tempfile.mkdtemp(prefix="page-test-")
         self.data = os.path.join(self.scratch, "data")
         shutil.copytree(data, self.data)
@@ -60,7 +61,7 @@ class Server:
     def start(self):
         """Starts the server (on the port it had before, when restarted) and waits for its URL."""
         self.process = subprocess.Popen(
-            [self.program, "--data", self.data, "--page", self.page, "--port", str(self.port)],
+            [self.program, "--data", self.data, "--page", self.page, "--port", str(self.port), *self.options],
             stdout=subprocess.PIPE, stderr=self.log, text=True)
         deadline = time.monotonic() + SERVER_START
         while time.monotonic() < deadline:
@@ -290,6 +291,8 @@ class PageTest(unittest.TestCase):
         self.wait_for(lambda d: self.cell_text(track["id"], "name") == "Changed outside",
                       "the outside change in the table", timeout=1.0)
         self.assertEqual(self.cell_text(track["id"], "rating"), str(rating))
+        self.assertIn("flash", self.css(f'tr[data-id="{track["id"]}"] td[data-key="name"]').get_attribute("class"),
+                      "the changed cell does not flash")
         self.assertEqual(self.field("name").get_attribute("value"), "Changed outside")
         self.assertEqual(self.field("rating").get_attribute("value"), str(rating))
         self.assertEqual(self.css(".detail .meta").get_attribute("data-revision"), str(answer["revision"]))
@@ -382,6 +385,54 @@ class PageTest(unittest.TestCase):
                 .filter((c) => !(c.labels && c.labels.length) && !c.getAttribute('aria-label'))
                 .map((c) => c.outerHTML);""")
         self.assertEqual(unlabelled, [])
+
+    def test_every_control_labelled(self):
+        track = self.list_elements("Tracks", count=1)["elements"][0]
+        for route, ready in (("/", "main h2"), ("/Media", "table.resources"),
+                             (f"/Media/Tracks/{track['id']}", ".detail .meta[data-revision]"),
+                             ("/Media/Playlists/_new", ".detail.add")):
+            self.open(route)
+            self.wait_for(lambda d: d.find_elements(By.CSS_SELECTOR, ready), route)
+            unlabelled = self.driver.execute_script("""
+                return [...document.querySelectorAll('input, select, textarea, button')]
+                    .filter((c) => !(c.labels && c.labels.length) && !c.getAttribute('aria-label')
+                                   && !c.textContent.trim())
+                    .map((c) => c.outerHTML);""")
+            self.assertEqual(unlabelled, [], route)
+
+    def test_tokens_decide_what_is_offered(self):
+        # A server that wants tokens: the page asks for one, and offers what it allows.
+        self.expected_statuses = (401,)
+        tokens = os.path.join(self.server.scratch, "tokens")
+        with open(tokens, "w") as out:
+            out.write("reader-token-0123456789 read Media\n"
+                      "writer-token-0123456789 read Media\n"
+                      "writer-token-0123456789 write Media/Playlists\n")
+        guarded = Server(self.server.program, self.server.data, self.server.page, ["--tokens", tokens])
+        try:
+            guarded.start()
+            for token, playlists_writable in (("reader-token-0123456789", False), ("writer-token-0123456789", True)):
+                self.driver.get(f"{guarded.url}/#/Media/Playlists")
+                self.driver.execute_script("sessionStorage.clear()")
+                self.driver.refresh()
+                field = self.wait_for(lambda d: d.find_elements(By.CSS_SELECTOR, "#token-form input"), "the token form")[0]
+                field.send_keys(token, Keys.ENTER)
+                self.wait_table()
+                self.wait_live()
+                self.assertEqual(bool(self.driver.find_elements(By.LINK_TEXT, "Add to Playlists")), playlists_writable, token)
+                self.rows()[0].find_element(By.CSS_SELECTOR, "a.open").click()
+                self.wait_for(lambda d: d.find_elements(By.CSS_SELECTOR, ".detail .meta[data-revision]"), "the detail")
+                self.assertEqual(self.field("name").is_enabled(), playlists_writable, token)
+                self.assertEqual(bool(self.driver.find_elements(By.CSS_SELECTOR, ".detail button.danger")),
+                                 playlists_writable, token)
+                self.assertEqual(bool(self.driver.find_elements(By.CSS_SELECTOR, ".detail button[type=submit]")),
+                                 playlists_writable, token)
+                self.driver.find_element(By.PARTIAL_LINK_TEXT, "Tracks").click()
+                self.wait_for(lambda d: self.css("#resource-heading").text == "Tracks", "the tracks")
+                self.assertFalse(self.driver.find_elements(By.LINK_TEXT, "Add to Tracks"), token)
+        finally:
+            guarded.close()
+            self.driver.get("about:blank")
 
     def test_narrow_screen(self):
         self.set_viewport(400, 800)
