@@ -8,7 +8,9 @@ deleting where the resource allows it, the feed's indicator across a server rest
 narrow layout. Any error in the browser's console fails the test. Saves a screenshot.
 
     test_page.py --server build/release/examples/qes-registryd --data examples/data \
-                 --page page [--screenshot doc/page.png]
+                 --page page [--screenshot doc/page.png] [name-part ...]
+
+Name parts pick the tests whose names hold one of them.
 
 Exit status 0 when every test passed, 1 otherwise, 77 when Chromium cannot start here.
 """
@@ -29,7 +31,7 @@ import urllib.parse
 import urllib.request
 
 from selenium import webdriver
-from selenium.common.exceptions import WebDriverException
+from selenium.common.exceptions import StaleElementReferenceException, WebDriverException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -165,7 +167,9 @@ class PageTest(unittest.TestCase):
 
     def wait_for(self, condition, what, timeout=WAIT):
         try:
-            return WebDriverWait(self.driver, timeout, poll_frequency=0.05).until(condition)
+            # Live updates replace rows and cells: an element found a moment ago may be gone.
+            return WebDriverWait(self.driver, timeout, poll_frequency=0.05,
+                                 ignored_exceptions=[StaleElementReferenceException]).until(condition)
         except Exception as error:
             raise AssertionError(f"waited {timeout} s for {what}") from error
 
@@ -176,9 +180,10 @@ class PageTest(unittest.TestCase):
         return self.driver.find_elements(By.CSS_SELECTOR, "table.elements tbody tr[data-id]")
 
     def cell_text(self, element_id, key):
-        cells = self.driver.find_elements(
-            By.CSS_SELECTOR, f'table.elements tr[data-id="{element_id}"] td[data-key="{key}"]')
-        return cells[0].text if cells else None
+        """The text of a cell of the table, None when the table has no such row."""
+        return self.driver.execute_script(
+            "const cell = document.querySelector(`table.elements tr[data-id=\"${arguments[0]}\"] td[data-key=\"${arguments[1]}\"]`);"
+            "return cell ? cell.innerText.trim() : null;", element_id, key)
 
     def wait_table(self):
         self.wait_for(lambda d: d.find_elements(By.CSS_SELECTOR, "p.summary[data-total]"), "the table's summary")
@@ -487,6 +492,8 @@ def main():
         loader = unittest.TestLoader()
         # Declared order: the feed test restarts the server and goes last.
         loader.sortTestMethodsUsing = lambda a, b: ORDER.index(a) - ORDER.index(b)
+        if rest:
+            loader.testNamePatterns = [f"*{pattern}*" for pattern in rest]
         suite = loader.loadTestsFromTestCase(PageTest)
         result = unittest.TextTestRunner(verbosity=2, stream=sys.stdout).run(suite)
         if not result.wasSuccessful():
