@@ -29,6 +29,14 @@ class App {
 
     start() {
         window.addEventListener("hashchange", () => this.route());
+        // A page put aside by the browser (history, back-forward cache) holds no connection; it
+        // resumes from the last revision seen when it is shown again.
+        window.addEventListener("pagehide", () => {
+            if (this.feed) this.feed.stop();
+        });
+        window.addEventListener("pageshow", (event) => {
+            if (event.persisted && this.feed) this.feed.start();
+        });
         this.setFeedState("off");
         this.route();
     }
