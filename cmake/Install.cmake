@@ -2,10 +2,11 @@
 # documentation, in two components: "runtime" (the versioned library and its soname link) and
 # "development" (the rest).
 #
-#   <prefix>/<libdir>/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink
-#   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base,Client}/*.h
+#   <prefix>/<libdir>/libQesServiceDataLib.so.<version>, .so.08304 and the .so namelink, and
+#   the same three of libQesServiceDataWeb (the web interface)
+#   <prefix>/include/QesServiceDataLib/{Util,Logging,Data,Data/Base,Client,Web}/*.h
 #   <prefix>/<libdir>/cmake/QesServiceDataLib/QesServiceDataLib{Config,ConfigVersion,Targets}.cmake
-#   <prefix>/<libdir>/pkgconfig/QesServiceDataLib.pc
+#   <prefix>/<libdir>/pkgconfig/QesServiceDataLib.pc and QesServiceDataWeb.pc
 #   <prefix>/share/doc/QesServiceDataLib/THREADS.md, and html/ (the API reference) when the
 #   `docs` target has built it (Docs.cmake)
 #
@@ -21,7 +22,7 @@ set(QES_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/QesServiceDataLib")
 set(QES_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/QesServiceDataLib")
 set(QES_INSTALL_PKGCONFIGDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
-install(TARGETS QesServiceDataLib
+install(TARGETS QesServiceDataLib QesServiceDataWeb
     EXPORT QesServiceDataLibTargets
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
         COMPONENT runtime NAMELINK_COMPONENT development
@@ -76,7 +77,11 @@ configure_file(
     "${PROJECT_SOURCE_DIR}/cmake/QesServiceDataLib.pc.in"
     "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
     @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc"
+configure_file(
+    "${PROJECT_SOURCE_DIR}/cmake/QesServiceDataWeb.pc.in"
+    "${PROJECT_BINARY_DIR}/QesServiceDataWeb.pc"
+    @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/QesServiceDataLib.pc" "${PROJECT_BINARY_DIR}/QesServiceDataWeb.pc"
     DESTINATION "${QES_INSTALL_PKGCONFIGDIR}"
     COMPONENT development)
 

@@ -1,13 +1,18 @@
 # Debian packages, made with `cpack -G DEB` from the install components of Install.cmake:
 #
-#   libqesservicedatalib<soversion>  component "runtime": libQesServiceDataLib.so.<version> and
-#                                    its soname link; depends on what dpkg-shlibdeps finds
+#   libqesservicedatalib<soversion>  component "runtime": libQesServiceDataLib.so.<version>,
+#                                    libQesServiceDataWeb.so.<version> and their soname links;
+#                                    depends on what dpkg-shlibdeps finds (Poco Foundation,
+#                                    JSON and Net among it)
 #   libqesservicedatalib-dev         component "development": the .so link, headers, CMake
 #                                    package, .pc file and the documentation (THREADS.md, and
 #                                    the API reference if built); depends on exactly that
 #                                    runtime package and on libpoco-dev
+#   qes-registryd                    component "daemon": the qes-registryd program, the media
+#                                    data it serves by default and the browser page (when the
+#                                    source tree has one); depends on the runtime package
 #
-# The example programs and their data (component "examples") are in neither package.
+# The other example programs (component "examples") are in no package.
 #
 # Packages install into /usr with the library in Debian's multiarch directory, so the build
 # must be configured that way: -DCMAKE_INSTALL_PREFIX=/usr natively (GNUInstallDirs then picks
@@ -50,7 +55,7 @@ endif()
 # runtime package names its dependencies itself, as dpkg-shlibdeps does for a native build.
 set(qes_shlibdeps ON)
 if(CMAKE_CROSSCOMPILING)
-    foreach(qes_poco_package IN ITEMS libpocofoundation80 libpocojson80)
+    foreach(qes_poco_package IN ITEMS libpocofoundation80 libpocojson80 libpoconet80)
         execute_process(
             COMMAND dpkg-query -W [[-f=${db:Status-Status}]] ${qes_poco_package}:${qes_deb_arch}
             OUTPUT_VARIABLE qes_poco_status
@@ -68,12 +73,15 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_PACKAGE_CONTACT "${QES_PACKAGE_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_ALL runtime development daemon)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_COMPONENT_DAEMON_DEPENDS runtime)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "This package holds the shared library.")
+    "This package holds the shared libraries: the data model and its web interface.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
     "This package holds the headers, the CMake package, the pkg-config file and\nthe documentation for building clients.")
+set(CPACK_COMPONENT_DAEMON_DESCRIPTION
+    "This package holds qes-registryd, which serves the example media service over\nHTTP and WebSocket, with its data and browser page.")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
@@ -94,8 +102,13 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ${qes_shlibdeps})
 if(NOT qes_shlibdeps)
     # What dpkg-shlibdeps gives for an arm64 build on a machine with arm64 Poco installed.
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.17), libgcc-s1 (>= 3.0), \
-libpocofoundation80 (>= 1.11.0), libpocojson80 (>= 1.11.0), libstdc++6 (>= 12)")
+libpocofoundation80 (>= 1.11.0), libpocojson80 (>= 1.11.0), libpoconet80 (>= 1.11.0), \
+libstdc++6 (>= 12)")
 endif()
+
+set(CPACK_DEBIAN_DAEMON_PACKAGE_NAME qes-registryd)
+set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_DAEMON_PACKAGE_SHLIBDEPS ${qes_shlibdeps})
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME "${qes_deb_name}-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -9,12 +9,13 @@ cd "$(dirname "$0")/.."
 
 runtime_package=libqesservicedatalib08304
 development_package=libqesservicedatalib-dev
+daemon_package=qes-registryd
 architecture=$(dpkg --print-architecture)
 multiarch_libdir=/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 
 tools/setup.sh
 
-for package in "$runtime_package" "$development_package"; do
+for package in "$runtime_package" "$development_package" "$daemon_package"; do
     status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
     if [[ -n "$status" && "$status" != not-installed ]]; then
         echo "run-package-tests: $package is already on this machine ($status)" >&2
@@ -29,7 +30,7 @@ cmake --build --preset release -j2
 
 scratch=$(mktemp -d)
 cleanup() {
-    dpkg --purge "$development_package" "$runtime_package"
+    dpkg --purge "$daemon_package" "$development_package" "$runtime_package"
     rm -rf "$scratch"
 }
 trap cleanup EXIT
@@ -39,6 +40,7 @@ trap 'exit 1' HUP INT TERM
 debs=(
     "$scratch/debs/${runtime_package}_"*"_$architecture.deb"
     "$scratch/debs/${development_package}_"*"_$architecture.deb"
+    "$scratch/debs/${daemon_package}_"*"_$architecture.deb"
 )
 for deb in "${debs[@]}"; do
     dpkg-deb -I "$deb" control
@@ -63,7 +65,10 @@ loaded_library() {
     realpath -e "$(ldd "$1" | awk '$1 == "libQesServiceDataLib.so.08304" { print $3 }')"
 }
 owned_by "$multiarch_libdir/libQesServiceDataLib.so.08304" "$runtime_package"
+owned_by "$multiarch_libdir/libQesServiceDataWeb.so.08304" "$runtime_package"
 owned_by /usr/share/doc/QesServiceDataLib/THREADS.md "$development_package"
+owned_by /usr/bin/qes-registryd "$daemon_package"
+owned_by /usr/share/QesServiceDataLib/media/elements.json "$daemon_package"
 
 echo "== client through the CMake package in /usr"
 unset CMAKE_PREFIX_PATH PKG_CONFIG_PATH
@@ -73,11 +78,63 @@ package_dir=$(sed -n 's/^QesServiceDataLib_DIR:PATH=//p' "$scratch/client/CMakeC
 owned_by "$package_dir/QesServiceDataLibConfig.cmake" "$development_package"
 owned_by "$(loaded_library "$scratch/client/app")" "$runtime_package"
 "$scratch/client/app"
+"$scratch/client/web-app"
 
 echo "== client through pkg-config"
 pc_file=$(pkg-config --variable=pcfiledir QesServiceDataLib)/QesServiceDataLib.pc
 owned_by "$pc_file" "$development_package"
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/main.cpp \
     $(pkg-config --cflags --libs QesServiceDataLib) -o "$scratch/app-pkg-config"
-owned_by "$(loaded_library "$scratch/app-pkg-config")" "$runtime_package"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
+    $(pkg-config --cflags --libs QesServiceDataWeb) -o "$scratch/web-app-pkg-config"
+"$scratch/web-app-pkg-config"
+
+echo "== qes-registryd from its package"
+/usr/bin/qes-registryd --help | grep -q -- '--tokens FILE'
+/usr/bin/qes-registryd --port 0 >"$scratch/daemon.out" 2>/dev/null &
+daemon=$!
+port=""
+for _ in $(seq 50); do
+    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
+    [[ -n $port ]] && break
+    sleep 0.1
+done
+curl -sf "http://127.0.0.1:$port/api/Media" | grep -q '"name":"Albums"'
+kill -TERM "$daemon"
+wait "$daemon"
+owned_by "$(loaded_library "$scratch/app-pkg-config"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
+    $(pkg-config --cflags --libs QesServiceDataWeb) -o "$scratch/web-app-pkg-config"
+"$scratch/web-app-pkg-config"
+
+echo "== qes-registryd from its package"
+/usr/bin/qes-registryd --help | grep -q -- '--tokens FILE'
+/usr/bin/qes-registryd --port 0 >"$scratch/daemon.out" 2>/dev/null &
+daemon=$!
+port=""
+for _ in $(seq 50); do
+    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
+    [[ -n $port ]] && break
+    sleep 0.1
+done
+curl -sf "http://127.0.0.1:$port/api/Media" | grep -q '"name":"Albums"'
+kill -TERM "$daemon"
+wait "$daemon")" "$runtime_package"
 "$scratch/app-pkg-config"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
+    $(pkg-config --cflags --libs QesServiceDataWeb) -o "$scratch/web-app-pkg-config"
+"$scratch/web-app-pkg-config"
+
+echo "== qes-registryd from its package"
+/usr/bin/qes-registryd --help | grep -q -- '--tokens FILE'
+/usr/bin/qes-registryd --port 0 >"$scratch/daemon.out" 2>/dev/null &
+daemon=$!
+port=""
+for _ in $(seq 50); do
+    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
+    [[ -n $port ]] && break
+    sleep 0.1
+done
+curl -sf "http://127.0.0.1:$port/api/Media" | grep -q '"name":"Albums"'
+kill -TERM "$daemon"
+wait "$daemon"

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs every test: the unit tests of the release build, then a client project built against
-# an installed copy of the library, once through its CMake package and once through pkg-config,
-# and the installed registry tool on its installed data.
+# an installed copy of the library, once through its CMake package and once through pkg-config
+# (each with a client of the web interface too), the installed registry tool on its installed
+# data, and the installed qes-registryd answering on a free port.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,6 +22,7 @@ cmake -S tests/downstream -B "$scratch/client" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_BUILD_TYPE=Release
 cmake --build "$scratch/client" -j2
 "$scratch/client/app"
+"$scratch/client/web-app"
 
 echo "== client through pkg-config"
 pc_file=$(find "$prefix" -name QesServiceDataLib.pc)
@@ -30,7 +32,29 @@ libdir=$(pkg-config --variable=libdir QesServiceDataLib)
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/main.cpp \
     $(pkg-config --cflags --libs QesServiceDataLib) -Wl,-rpath,"$libdir" \
     -o "$scratch/app-pkg-config"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
+    $(pkg-config --cflags --libs QesServiceDataWeb) -Wl,-rpath,"$libdir" \
+    -o "$scratch/web-app-pkg-config"
+"$scratch/web-app-pkg-config"
 "$scratch/app-pkg-config"
+g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
+    $(pkg-config --cflags --libs QesServiceDataWeb) -Wl,-rpath,"$libdir" \
+    -o "$scratch/web-app-pkg-config"
+"$scratch/web-app-pkg-config"
 
 echo "== installed registry tool on its installed data"
 (cd "$scratch" && "$prefix/bin/qes-registry" 'list Albums 0 1' | grep -q '"size":40')
+
+echo "== installed qes-registryd on its installed data"
+"$prefix/bin/qes-registryd" --port 0 >"$scratch/daemon.out" 2>"$scratch/daemon.log" &
+daemon=$!
+port=""
+for _ in $(seq 50); do
+    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
+    [[ -n $port ]] && break
+    sleep 0.1
+done
+curl -sf "http://127.0.0.1:$port/api/Media/Albums?count=1" | grep -q '"total":40'
+kill -TERM "$daemon"
+wait "$daemon"
+grep -q 'GET /api/Media/Albums?count 200' "$scratch/daemon.log"

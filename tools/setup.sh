@@ -18,6 +18,7 @@ packages=(
     googletest libgtest-dev libgmock-dev
     libbenchmark-dev
     dpkg-dev file
+    wrk curl
 )
 
 # Debian 12 cannot install libpoco-dev:arm64 beside the native libpoco-dev: it depends on
@@ -26,7 +27,8 @@ packages=(
 # instead, where cmake/aarch64-linux-gnu.cmake looks for them; the run-time libraries are
 # installed as usual.
 arm64_poco_root=/opt/aarch64-linux-gnu-poco
-arm64_poco_debs=(libpoco-dev:arm64 libpocofoundation80:arm64 libpocojson80:arm64)
+arm64_poco_debs=(libpoco-dev:arm64 libpocofoundation80:arm64 libpocojson80:arm64
+    libpoconet80:arm64)
 arm64=false
 
 for option in "$@"; do
@@ -36,7 +38,8 @@ for option in "$@"; do
             packages+=(
                 g++-aarch64-linux-gnu qemu-user
                 libgtest-dev:arm64 libgmock-dev:arm64
-                libpocofoundation80:arm64 libpocojson80:arm64 zlib1g-dev:arm64 libpcre3-dev:arm64
+                libpocofoundation80:arm64 libpocojson80:arm64 libpoconet80:arm64
+                zlib1g-dev:arm64 libpcre3-dev:arm64
             )
             ;;
         --fuzz) packages+=(clang libclang-rt-14-dev) ;;
@@ -61,7 +64,8 @@ for package in "${packages[@]}"; do
     grep -Eqx "($architecture|all) installed" <<<"$status" || missing+=("$package")
 done
 unpack_poco=false
-if $arm64 && [[ ! -d $arm64_poco_root ]]; then
+# A tree unpacked before the web library needed Poco Net is unpacked again.
+if $arm64 && [[ ! -e $arm64_poco_root/usr/lib/aarch64-linux-gnu/libPocoNet.so.80 ]]; then
     unpack_poco=true
 fi
 if ((${#missing[@]} == 0)) && ! $unpack_poco; then

@@ -71,19 +71,26 @@ void send(const WebResponse& web, const WebRequest& request, HTTPServerResponse&
     if (request.method != "HEAD") out.write(web.body.data(), static_cast<std::streamsize>(web.body.size()));
 }
 
-// Reads the body into `request`; false (the limit passed) leaves the rest unread.
-bool readBody(HTTPServerRequest& request, std::size_t limit, std::string& body) {
+enum BodyState { BODY_COMPLETE, BODY_TOO_LARGE, BODY_TRUNCATED };
+
+// Reads the body into `body`. A body over `limit` is left unread from there on; one that ends
+// (or times out: the stream reports that as its end) before its Content-Length is truncated.
+BodyState readBody(HTTPServerRequest& request, std::size_t limit, std::string& body) {
     if (request.hasContentLength() &&
         request.getContentLength64() > static_cast<Poco::Int64>(limit)) {
-        return false;
+        return BODY_TOO_LARGE;
     }
     std::istream& in = request.stream();
     char chunk[8192];
     while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
         body.append(chunk, static_cast<std::size_t>(in.gcount()));
-        if (body.size() > limit) return false;
+        if (body.size() > limit) return BODY_TOO_LARGE;
     }
-    return true;
+    if (request.hasContentLength() &&
+        static_cast<Poco::Int64>(body.size()) < request.getContentLength64()) {
+        return BODY_TRUNCATED;
+    }
+    return BODY_COMPLETE;
 }
 
 class ApiHandler : public Poco::Net::HTTPRequestHandler {
@@ -96,20 +103,24 @@ public:
         WebRequest web = webRequestOf(request);
         WebResponse answer;
         try {
-            if (readBody(request, m_core.options().maxBodySize, web.body)) {
-                answer = m_core.router().handle(web);
-            } else {
-                answer = JsonReply::failure(
-                    413, Data::OperationResult::INVALID_VALUE,
-                    "the body is larger than " + std::to_string(m_core.options().maxBodySize) +
-                        " bytes");
-                // The rest of the body stays unread, so the connection cannot carry on.
-                response.setKeepAlive(false);
+            switch (readBody(request, m_core.options().maxBodySize, web.body)) {
+                case BODY_COMPLETE:
+                    answer = m_core.router().handle(web);
+                    break;
+                case BODY_TOO_LARGE:
+                    answer = JsonReply::failure(413, Data::OperationResult::INVALID_VALUE,
+                                                "the body is larger than " +
+                                                    std::to_string(m_core.options().maxBodySize) +
+                                                    " bytes");
+                    // The rest of the body stays unread, so the connection cannot carry on.
+                    response.setKeepAlive(false);
+                    break;
+                case BODY_TRUNCATED:
+                    answer = JsonReply::failure(400, Data::OperationResult::INVALID_VALUE,
+                                                "the body ended before its Content-Length");
+                    response.setKeepAlive(false);
+                    break;
             }
-        } catch (const Poco::TimeoutException&) {
-            answer = JsonReply::failure(408, Data::OperationResult::INVALID_VALUE,
-                                        "the request did not arrive in time");
-            response.setKeepAlive(false);
         } catch (const Poco::Exception& error) {
             answer = JsonReply::failure(400, Data::OperationResult::INVALID_VALUE,
                                         "the request could not be read: " + error.message());

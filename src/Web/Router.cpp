@@ -15,6 +15,7 @@
 #include "Client/ElementSearch.h"
 #include "Client/ElementWriter.h"
 #include "Client/ResourceDescription.h"
+#include "Data/Base/PropertyBase.h"
 #include "Data/Service.h"
 #include "Data/XObjectReference.h"
 #include "Util/RecursiveRWLock.h"
@@ -77,7 +78,8 @@ bool splitPath(const std::string& path, std::vector<std::string>& segments) {
 }
 
 std::string nameOf(const Data::XObject& object) {
-    return object.toJSON(0)->optValue<std::string>("name", "");
+    const Data::Base::PropertyLockGuard guard(object.getName(), false);
+    return object.getName().getValue();
 }
 
 bool isJsonContent(const std::string& contentType) {

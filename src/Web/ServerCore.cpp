@@ -37,9 +37,8 @@ std::vector<ServedService> ServerCore::served(
 
 void ServerCore::start() {
     if (m_server) throw Poco::InvalidAccessException("the web server was started already");
-    Poco::Net::ServerSocket socket;
-    socket.bind(Poco::Net::SocketAddress(m_options.bindAddress, m_options.port), true);
-    socket.listen(std::max(m_options.maxQueued, 1));
+    m_socket.bind(Poco::Net::SocketAddress(m_options.bindAddress, m_options.port), true);
+    m_socket.listen(std::max(m_options.maxQueued, 1));
     Poco::Net::HTTPServerParams::Ptr params = new Poco::Net::HTTPServerParams;
     params->setMaxThreads(std::max(m_options.maxThreads, 1));
     params->setMaxQueued(std::max(m_options.maxQueued, 1));
@@ -47,9 +46,9 @@ void ServerCore::start() {
     params->setKeepAlive(true);
     params->setKeepAliveTimeout(timespanOf(m_options.keepAliveTimeout));
     m_server = std::make_unique<Poco::Net::HTTPServer>(new RequestHandlerFactory(*this), m_pool,
-                                                       socket, params);
+                                                       m_socket, params);
     m_server->start();
-    m_port = socket.address().port();
+    m_port = m_socket.address().port();
 }
 
 void ServerCore::stop() {
@@ -64,6 +63,8 @@ void ServerCore::stop() {
         // Running requests finish; idle keep-alive connections are shut.
         m_server->stopAll(false);
         m_pool.joinAll();
+        // Connections that the backlog still holds are refused from now on.
+        m_socket.close();
     }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <Poco/Net/HTTPServer.h>
+#include <Poco/Net/ServerSocket.h>
 #include <Poco/ThreadPool.h>
 
 #include "Client/ChangeFeed.h"
@@ -45,6 +46,7 @@ private:
     std::vector<std::unique_ptr<Client::ChangeFeed>> m_feeds;
     Router m_router;
     Poco::ThreadPool m_pool;
+    Poco::Net::ServerSocket m_socket;
     std::unique_ptr<Poco::Net::HTTPServer> m_server;
     std::uint16_t m_port = 0;
 
