@@ -214,17 +214,26 @@ class PageTest(unittest.TestCase):
         gates = {r["name"]: r for r in self.server.call("GET", "/api/Media")[1]["resources"]}
         self.assertEqual(bool(self.driver.find_elements(By.LINK_TEXT, "Add to Albums")), gates["Albums"]["post"],
                          "the page offers to add albums exactly when the server allows it")
-        # A wildcard search typed and sent with Enter, in any case.
-        Select(self.css("form.search select")).select_by_value("name")
-        self.css("form.search input[type=checkbox]").click()
-        text = self.css("form.search input[type=search]")
-        text.send_keys("golden%", Keys.ENTER)
-        expected = self.list_elements("Albums", where="name=golden%", ci=1, count=500)
+        # Searches typed and sent with Enter find what the REST interface finds; the last one,
+        # a wildcard in any case, leads on.
+        searches = (("", "jazz", False), ("artist", "Juniper", False), ("name", "%winter", False),
+                    ("name", "GOLDEN%", False), ("name", "golden%", True))
+        for key, text, ci in searches:
+            Select(self.css("form.search select")).select_by_value(key)
+            box = self.css("form.search input[type=checkbox]")
+            if box.is_selected() != ci:
+                box.click()
+            field = self.css("form.search input[type=search]")
+            field.clear()
+            field.send_keys(text, Keys.ENTER)
+            query = {"count": 500, **({"where": f"{key}={text}"} if key else {"q": text}), **({"ci": 1} if ci else {})}
+            expected = self.list_elements("Albums", **query)
+            self.wait_for(lambda d: self.css("p.summary").get_attribute("data-total") == str(expected["total"]),
+                          f"the total {expected['total']} of {query}")
+            self.wait_for(lambda d: sorted(self.cell_text(row.get_attribute("data-id"), "name") for row in self.rows())
+                          == sorted(e["name"] for e in expected["elements"]), f"the albums of {query}")
         self.assertGreater(expected["total"], 1, "the data should hold several albums named Golden ...")
-        self.wait_for(lambda d: self.css("p.summary").get_attribute("data-total") == str(expected["total"]),
-                      f"the search's total {expected['total']}")
-        names = sorted(row.find_element(By.CSS_SELECTOR, 'td[data-key="name"]').text for row in self.rows())
-        self.assertEqual(names, sorted(e["name"] for e in expected["elements"]))
+        self.assertEqual(self.list_elements("Albums", where="name=GOLDEN%")["total"], 0)
 
         album = expected["elements"][0]
         self.driver.find_element(By.LINK_TEXT, album["name"]).click()
@@ -390,6 +399,20 @@ class PageTest(unittest.TestCase):
                 .filter((c) => !(c.labels && c.labels.length) && !c.getAttribute('aria-label'))
                 .map((c) => c.outerHTML);""")
         self.assertEqual(unlabelled, [])
+
+    def test_paging(self):
+        self.open("/Media/Tracks")
+        self.wait_table()
+        Select(self.css(".pager select")).select_by_value("10")
+        for press, offset in (("Next page", 10), ("Next page", 20), ("Previous page", 10)):
+            self.driver.find_element(By.XPATH, f"//button[. = '{press}']").click()
+            expected = [e["id"] for e in self.list_elements("Tracks", offset=offset, count=10)["elements"]]
+            self.wait_for(lambda d: [row.get_attribute("data-id") for row in self.rows()] == expected,
+                          f"the tracks from {offset}")
+            self.assertTrue(self.css("p.summary").text.startswith(f"{offset + 1}–{offset + 10} of 320"))
+        self.driver.find_element(By.XPATH, "//button[. = 'Previous page']").click()
+        self.wait_for(lambda d: not self.driver.find_element(By.XPATH, "//button[. = 'Previous page']").is_enabled(),
+                      "no page before the first")
 
     def test_every_control_labelled(self):
         track = self.list_elements("Tracks", count=1)["elements"][0]
