@@ -265,6 +265,8 @@ class PageTest(unittest.TestCase):
         if ARGS.screenshot:
             self.assertEqual(self.driver.execute_script("return [innerWidth, innerHeight]"), [1280, 720])
             self.driver.execute_script("document.activeElement.blur(); scrollTo(0, 0)")
+            # The same picture on every run: taken once the flashes have faded.
+            self.wait_for(lambda d: not d.find_elements(By.CSS_SELECTOR, ".flash"), "the flashes to end")
             self.driver.save_screenshot(ARGS.screenshot)
 
     def test_refused_value_keeps_the_form(self):
