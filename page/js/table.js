@@ -93,7 +93,7 @@ export class ResourceView {
         h("div", {class: "search-buttons"},
             h("button", {type: "submit"}, "Search"),
             h("button", {type: "button", onclick: () => this.clearSearch()}, "Clear")),
-        h("p", {id: hintId, class: "hint"}, "% stands for any text; without it the whole value must match (free text: any word of any value)."));
+        h("p", {id: hintId, class: "hint"}, "% stands for any text; otherwise the whole value must match. Free text looks in every key."));
     }
 
     buildPager() {

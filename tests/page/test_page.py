@@ -294,6 +294,17 @@ class PageTest(unittest.TestCase):
         self.assertEqual((stored["name"], stored["rating"], stored["revision"]),
                          (track["name"], track["rating"], track["revision"]), "a refused write changed the element")
 
+        # The optional rating removed instead: both changes go through, the rating is gone.
+        self.css('.detail button[aria-label="Remove rating"]').click()
+        self.assertFalse(self.field("rating").is_enabled())
+        self.css(".detail button[type=submit]").click()
+        self.wait_for(lambda d: self.field_status("rating").text.strip() == "ok", "ok beside the removed rating")
+        self.assertEqual(self.field_status("name").text.strip(), "ok")
+        status, stored = self.server.call("GET", f"/api/Media/Tracks/{track['id']}")
+        self.assertEqual(stored["name"], "Renamed by the refused write")
+        self.assertNotIn("rating", stored)
+        self.wait_for(lambda d: self.cell_text(track["id"], "rating") == "—", "no rating in the table")
+
     def test_outside_changes_arrive_within_a_second(self):
         page = self.list_elements("Tracks", count=10)
         track = page["elements"][3]
@@ -318,6 +329,19 @@ class PageTest(unittest.TestCase):
         self.field("rating").send_keys("5")
         self.css(".detail button[type=submit]").click()
         self.wait_for(lambda d: self.field_status("rating").text.strip() == "ok", "ok after the outside change")
+
+        # A key being edited here and changed outside meanwhile: the typed value stays, and
+        # saving it is refused rather than overwriting the change unseen.
+        self.expected_statuses = (412,)
+        self.field("name").clear()
+        self.field("name").send_keys("Typed here")
+        status, answer = self.server.call("PATCH", f"/api/Media/Tracks/{track['id']}", {"name": "Changed outside again"})
+        self.assertEqual(status, 200, answer)
+        self.wait_for(lambda d: self.cell_text(track["id"], "name") == "Changed outside again", "the second outside change")
+        self.assertEqual(self.field("name").get_attribute("value"), "Typed here")
+        self.css(".detail button[type=submit]").click()
+        self.wait_for(lambda d: "invalid_operation" in self.css(".detail .form-status").text, "the conflict refused")
+        self.assertEqual(self.server.call("GET", f"/api/Media/Tracks/{track['id']}")[1]["name"], "Changed outside again")
 
         # Elements added and removed outside appear and disappear.
         self.open("/Media/Playlists")
