@@ -4,7 +4,7 @@
 import * as api from "./api.js";
 import {append, h, uniqueId} from "./dom.js";
 import {referenceUri, routeOf, shortId, uriLink} from "./format.js";
-import {buildFields, fieldOfMessage} from "./form.js";
+import {buildFields, fieldOfMessage, suggestTargets} from "./form.js";
 import {flash} from "./table.js";
 
 // The server's value for a field: an optional property that is not set is undefined.
@@ -72,6 +72,10 @@ export class ElementView {
         for (const field of this.fields) field.setBase(held(element, field.key), {keepTyped});
         this.showHeader(element);
         this.showTargets(element);
+        if (!this.suggested) {
+            this.suggested = true;
+            suggestTargets(this.fields);
+        }
     }
 
     showHeader(element) {
@@ -275,7 +279,9 @@ export class AddView {
             h("header", {class: "detail-head"}, this.heading), this.form);
     }
 
-    async load() {}
+    async load() {
+        suggestTargets(this.fields);
+    }
 
     async add() {
         const values = {};

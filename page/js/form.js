@@ -1,6 +1,7 @@
 // Form fields built from a resource's description: one control per property, of the kind the
 // property takes, with its limits and format, its state (read-only, optional) and a place for
 // the server's answer about it.
+import * as api from "./api.js";
 import {h, uniqueId} from "./dom.js";
 import {inputRules, referenceUri} from "./format.js";
 
@@ -178,6 +179,30 @@ export function buildFields(description, mode, editable = true) {
         fields.push(field);
     }
     return fields;
+}
+
+// The most elements of a target resource offered as suggestions for a reference.
+const SUGGESTIONS = 500;
+
+/// Offers the elements a reference field may point at as suggestions (their URIs, labelled
+/// with their names) on every enabled reference field of `fields`.
+export async function suggestTargets(fields) {
+    for (const field of fields) {
+        if (field.kind !== "reference" || field.control.disabled) continue;
+        const list = h("datalist", {id: `${field.control.id}-targets`});
+        field.control.setAttribute("list", list.id);
+        field.row.append(list);
+        for (const target of field.property.targets || []) {
+            // A target type reads "<service>.<resource>.<element type>".
+            const [service, resource] = target.split(".");
+            try {
+                const page = await api.elements(service, resource, {count: SUGGESTIONS});
+                list.append(...page.elements.map((element) => h("option", {value: element.uri}, element.name || element.id)));
+            } catch (error) {
+                // No suggestions; the field still takes any URI.
+            }
+        }
+    }
 }
 
 /// The field a server message is about: messages name their key first ("rating: 9 is above

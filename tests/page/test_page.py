@@ -393,6 +393,11 @@ class PageTest(unittest.TestCase):
         link = self.wait_for(lambda d: d.find_elements(By.CSS_SELECTOR, f'.detail [data-key="album"] a[href$="{album_id}"]'),
                              "the album link in the detail")[0]
         self.wait_for(lambda d: link.text == album["name"], "the album's name on the link")
+        # Every album is offered as the reference's value, labelled with its name.
+        albums = self.list_elements("Albums", count=500)["elements"]
+        self.wait_for(lambda d: sorted(self.driver.execute_script(
+            "return [...document.querySelectorAll('.detail [data-key=album] datalist option')].map((o) => o.value + ' ' + o.textContent)"))
+            == sorted(f"{a['uri']} {a['name']}" for a in albums), "the albums offered")
         self.driver.find_element(By.CSS_SELECTOR, f'table.elements tr[data-id="{track["id"]}"] td[data-key="album"] a')
         link.click()
         self.wait_detail(album_id)
