@@ -494,16 +494,27 @@ class PageTest(unittest.TestCase):
             self.driver.get("about:blank")
 
     def test_narrow_screen(self):
-        self.set_viewport(400, 800)
-        self.open("/Media/Tracks")
-        self.wait_table()
-        widths = self.driver.execute_script("""
-            const scroller = document.querySelector('.table-scroll');
-            return [document.documentElement.scrollWidth, window.innerWidth,
-                    scroller.scrollWidth, scroller.clientWidth];""")
-        page_width, window_width, table_width, scroller_width = widths
-        self.assertLessEqual(page_width, window_width, "the page itself scrolls sideways")
-        self.assertGreater(table_width, scroller_width, "the table should scroll inside its box")
+        # A phone-sized page: narrower than a desktop window may be, so emulated.
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                    {"width": 400, "height": 800, "deviceScaleFactor": 1, "mobile": False})
+        try:
+            track = self.list_elements("Tracks", count=1)["elements"][0]
+            self.open(f"/Media/Tracks/{track['id']}")
+            self.wait_detail(track["id"])
+            self.assertEqual(self.driver.execute_script("return innerWidth"), 400)
+            widths = self.driver.execute_script("""
+                const scroller = document.querySelector('.table-scroll');
+                return [document.documentElement.scrollWidth, innerWidth,
+                        scroller.scrollWidth, scroller.clientWidth];""")
+            page_width, window_width, table_width, scroller_width = widths
+            self.assertLessEqual(page_width, window_width, "the page itself scrolls sideways")
+            self.assertGreater(table_width, scroller_width, "the table should scroll inside its box")
+            # The element opened shows first, above the table, and its controls fit.
+            detail, table = (self.css(selector).rect for selector in (".detail", ".table-scroll"))
+            self.assertLess(detail["y"], table["y"])
+            self.assertLessEqual(detail["x"] + detail["width"], window_width)
+        finally:
+            self.driver.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
 
     def test_feed_down_and_resumed(self):
         # Runs last: restarts the server with the data it was started with.
