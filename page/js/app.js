@@ -219,11 +219,8 @@ class App {
             replaceChildren(this.main, this.layout);
             await table.load();
         }
-        if (this.detailView) {
-            this.detailView.destroy();
-            this.detailView.root.remove();
-            this.detailView = null;
-        }
+        for (const shown of this.layout.querySelectorAll(":scope > .detail")) shown.remove();
+        this.detailView = null;
         this.layout.classList.toggle("with-detail", Boolean(id));
         table.select(id && id !== NEW_ELEMENT ? id : null);
         if (id === NEW_ELEMENT && !resource.post) {
@@ -246,7 +243,6 @@ class App {
 
     closeViews() {
         if (this.resourceView) this.resourceView.destroy();
-        if (this.detailView) this.detailView.destroy();
         this.resourceView = null;
         this.detailView = null;
     }

@@ -43,6 +43,8 @@ export class ElementView {
         if (this.resource.delete) {
             buttons.append(h("button", {type: "button", class: "danger", onclick: () => this.confirmDelete()}, "Delete…"));
         }
+        // The server judges the values and says why it refuses one; the browser's own checks
+        // (the limits and patterns on the controls) only mark what looks wrong.
         this.form = h("form", {
             class: "element-form", novalidate: true, "aria-labelledby": "detail-heading",
             onsubmit: (event) => {
@@ -246,8 +248,6 @@ export class ElementView {
         }
         location.hash = routeOf(this.serviceName, this.resource.name);
     }
-
-    destroy() {}
 }
 
 /// The form that adds an element to a resource that allows it.
@@ -306,9 +306,4 @@ export class AddView {
         location.hash = routeOf(this.serviceName, this.resource.name, answer.id);
     }
 
-    changed() {}
-
-    removed() {}
-
-    destroy() {}
 }
