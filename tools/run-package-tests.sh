@@ -83,43 +83,11 @@ owned_by "$(loaded_library "$scratch/client/app")" "$runtime_package"
 echo "== client through pkg-config"
 pc_file=$(pkg-config --variable=pcfiledir QesServiceDataLib)/QesServiceDataLib.pc
 owned_by "$pc_file" "$development_package"
+owned_by "$(pkg-config --variable=pcfiledir QesServiceDataWeb)/QesServiceDataWeb.pc" \
+    "$development_package"
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/main.cpp \
     $(pkg-config --cflags --libs QesServiceDataLib) -o "$scratch/app-pkg-config"
-g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
-    $(pkg-config --cflags --libs QesServiceDataWeb) -o "$scratch/web-app-pkg-config"
-"$scratch/web-app-pkg-config"
-
-echo "== qes-registryd from its package"
-/usr/bin/qes-registryd --help | grep -q -- '--tokens FILE'
-/usr/bin/qes-registryd --port 0 >"$scratch/daemon.out" 2>/dev/null &
-daemon=$!
-port=""
-for _ in $(seq 50); do
-    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
-    [[ -n $port ]] && break
-    sleep 0.1
-done
-curl -sf "http://127.0.0.1:$port/api/Media" | grep -q '"name":"Albums"'
-kill -TERM "$daemon"
-wait "$daemon"
-owned_by "$(loaded_library "$scratch/app-pkg-config"
-g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
-    $(pkg-config --cflags --libs QesServiceDataWeb) -o "$scratch/web-app-pkg-config"
-"$scratch/web-app-pkg-config"
-
-echo "== qes-registryd from its package"
-/usr/bin/qes-registryd --help | grep -q -- '--tokens FILE'
-/usr/bin/qes-registryd --port 0 >"$scratch/daemon.out" 2>/dev/null &
-daemon=$!
-port=""
-for _ in $(seq 50); do
-    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
-    [[ -n $port ]] && break
-    sleep 0.1
-done
-curl -sf "http://127.0.0.1:$port/api/Media" | grep -q '"name":"Albums"'
-kill -TERM "$daemon"
-wait "$daemon")" "$runtime_package"
+owned_by "$(loaded_library "$scratch/app-pkg-config")" "$runtime_package"
 "$scratch/app-pkg-config"
 g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
     $(pkg-config --cflags --libs QesServiceDataWeb) -o "$scratch/web-app-pkg-config"
@@ -127,14 +95,8 @@ g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/downstream/web_main.cpp \
 
 echo "== qes-registryd from its package"
 /usr/bin/qes-registryd --help | grep -q -- '--tokens FILE'
-/usr/bin/qes-registryd --port 0 >"$scratch/daemon.out" 2>/dev/null &
-daemon=$!
-port=""
-for _ in $(seq 50); do
-    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
-    [[ -n $port ]] && break
-    sleep 0.1
-done
-curl -sf "http://127.0.0.1:$port/api/Media" | grep -q '"name":"Albums"'
-kill -TERM "$daemon"
-wait "$daemon"
+source tools/web-daemon.sh
+start_web_server "$scratch/daemon.out" /usr/bin/qes-registryd --port 0 2>/dev/null
+curl -sf "http://127.0.0.1:$web_server_port/api/Media" | grep -q '"name":"Albums"'
+kill -TERM "$web_server_pid"
+wait "$web_server_pid"

@@ -46,15 +46,10 @@ echo "== installed registry tool on its installed data"
 (cd "$scratch" && "$prefix/bin/qes-registry" 'list Albums 0 1' | grep -q '"size":40')
 
 echo "== installed qes-registryd on its installed data"
-"$prefix/bin/qes-registryd" --port 0 >"$scratch/daemon.out" 2>"$scratch/daemon.log" &
-daemon=$!
-port=""
-for _ in $(seq 50); do
-    port=$(grep -o -E '127\.0\.0\.1:[0-9]+' "$scratch/daemon.out" | cut -d: -f2 || true)
-    [[ -n $port ]] && break
-    sleep 0.1
-done
-curl -sf "http://127.0.0.1:$port/api/Media/Albums?count=1" | grep -q '"total":40'
-kill -TERM "$daemon"
-wait "$daemon"
+source tools/web-daemon.sh
+start_web_server "$scratch/daemon.out" "$prefix/bin/qes-registryd" --port 0 \
+    2>"$scratch/daemon.log"
+curl -sf "http://127.0.0.1:$web_server_port/api/Media/Albums?count=1" | grep -q '"total":40'
+kill -TERM "$web_server_pid"
+wait "$web_server_pid"
 grep -q 'GET /api/Media/Albums?count 200' "$scratch/daemon.log"

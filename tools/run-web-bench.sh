@@ -50,27 +50,13 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Starts a server that prints its port on its first line of output; echoes the port.
-start_server() {
-    local log=$1
-    shift
-    "$@" >"$log" 2>/dev/null &
-    pids+=($!)
-    for _ in $(seq 100); do
-        local port
-        port=$(grep -o -E '(127\.0\.0\.1:|listening on )[0-9]+' "$log" | grep -o -E '[0-9]+$' || true)
-        if [[ -n $port ]]; then
-            echo "$port"
-            return
-        fi
-        sleep 0.1
-    done
-    echo "server did not start: $*" >&2
-    exit 1
-}
-
-daemon_port=$(start_server "$scratch/daemon" "$build/examples/qes-registryd" --port 0 --threads 80)
-bare_port=$(start_server "$scratch/bare" "$build/bench/qes-web-bare-server" 0 80)
+source tools/web-daemon.sh
+start_web_server "$scratch/daemon" "$build/examples/qes-registryd" --port 0 --threads 80 2>/dev/null
+pids+=("$web_server_pid")
+daemon_port=$web_server_port
+start_web_server "$scratch/bare" "$build/bench/qes-web-bare-server" 0 80
+pids+=("$web_server_pid")
+bare_port=$web_server_port
 base="http://127.0.0.1:$daemon_port"
 json() { /usr/bin/python3 -c "import json,sys; print($1)"; }
 album=$(curl -sf "$base/api/Media/Albums?count=1" | json 'json.load(sys.stdin)["elements"][0]["id"]')

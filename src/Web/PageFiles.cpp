@@ -9,8 +9,8 @@
 #include <Poco/File.h>
 #include <Poco/Path.h>
 #include <Poco/String.h>
-#include <Poco/URI.h>
 
+#include "PathSegments.h"
 #include "Web/JsonReply.h"
 
 namespace Kivo::Web {
@@ -34,23 +34,13 @@ WebResponse notFound() {
 // The decoded segments of `path`, or false when one of them could leave the directory or
 // hide a file.
 bool safeSegments(const std::string& path, std::vector<std::string>& segments) {
-    std::size_t start = 1;
-    while (start <= path.size()) {
-        std::size_t end = path.find('/', start);
-        if (end == std::string::npos) end = path.size();
-        std::string segment;
-        Poco::URI::decode(path.substr(start, end - start), segment);
-        if (segment.empty() && end != path.size()) return false;
-        if (!segment.empty() && (segment[0] == '.' || segment.find_first_of(std::string("/\\\0", 3)) !=
-                                                          std::string::npos)) {
+    segments = decodedSegments(path);
+    if (segments.back().empty()) segments.back() = "index.html";
+    for (const std::string& segment : segments) {
+        if (segment.empty() || segment[0] == '.' ||
+            segment.find_first_of(std::string("/\\\0", 3)) != std::string::npos) {
             return false;
         }
-        segments.push_back(segment);
-        start = end + 1;
-    }
-    if (segments.empty() || segments.back().empty()) {
-        if (!segments.empty()) segments.pop_back();
-        segments.push_back("index.html");
     }
     return true;
 }

@@ -9,7 +9,6 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/NumberParser.h>
 #include <Poco/String.h>
-#include <Poco/URI.h>
 #include <Poco/UUID.h>
 
 #include "Client/ElementSearch.h"
@@ -22,6 +21,7 @@
 #include "Web/JsonBody.h"
 #include "Web/JsonReply.h"
 #include "ListQuery.h"
+#include "PathSegments.h"
 #include "QueryParameters.h"
 
 namespace Kivo::Web {
@@ -64,15 +64,10 @@ WebResponse methodNotAllowed(const std::string& allowed) {
 // The decoded path segments after the leading "/"; false for a bad percent-encoding or a
 // segment that is not valid UTF-8.
 bool splitPath(const std::string& path, std::vector<std::string>& segments) {
-    std::size_t start = 1;
-    while (start <= path.size()) {
-        std::size_t end = path.find('/', start);
-        if (end == std::string::npos) end = path.size();
-        std::string segment;
-        Poco::URI::decode(path.substr(start, end - start), segment);
+    segments = decodedSegments(path);
+    if (!segments.empty() && segments.back().empty()) segments.pop_back();
+    for (const std::string& segment : segments) {
         if (!JsonBody::isValidUtf8(segment)) return false;
-        if (!segment.empty() || end != path.size()) segments.push_back(segment);
-        start = end + 1;
     }
     return true;
 }
