@@ -279,7 +279,10 @@ export class AddView {
             h("header", {class: "detail-head"}, this.heading), this.form);
     }
 
+    /// Offers the suggestions of the reference fields (once; the form keeps what is typed).
     async load() {
+        if (this.suggested) return;
+        this.suggested = true;
         suggestTargets(this.fields);
     }
 
