@@ -12,7 +12,7 @@ namespace Kivo::Web {
 
 /// How results become HTTP answers: the status that fits each result code, and the JSON
 /// bodies of the interface. Every failure, of a read or a write, answers
-/// {"result": <code string>, "message": <reason>}.
+/// `{"result": <code string>, "message": <reason>}`.
 ///
 /// Statuses: ok and no update 200; invalid_value, wrong_type, unknown_property and
 /// invalid_object 400; forbidden 403; not_found and unknown_object 404; duplicate 409;
@@ -25,7 +25,7 @@ public:
     static int statusOf(Data::OperationResult::Value code);
     /// The result body for `result` under statusOf(code); a success carries an empty message.
     static WebResponse of(const Data::OperationResult& result);
-    /// The failure body {"result": <code string>, "message": `message`} under `status`.
+    /// The failure body `{"result": <code string>, "message": <message>}` under `status`.
     static WebResponse failure(int status, Data::OperationResult::Value code,
                                const std::string& message);
     /// `json`, compact, under `status`.

@@ -34,9 +34,10 @@ struct ServedService {
 /// request to a whole response, with no socket in sight (the server, the tests and the fuzzer
 /// all call handle()).
 ///
-/// Routes (README "Web interface" lists them with examples): GET /api; GET /api/<service>;
-/// GET and POST /api/<service>/<resource>; GET /api/<service>/<resource>/_description; GET,
-/// PATCH and DELETE /api/<service>/<resource>/<id>. Anything outside /api is a page file.
+/// Routes (README "Web interface" lists them with examples): `GET /api`; `GET /api/<service>`;
+/// `GET` and `POST /api/<service>/<resource>`; `GET /api/<service>/<resource>/_description`;
+/// `GET`, `PATCH` and `DELETE /api/<service>/<resource>/<id>`. Anything outside /api is a page
+/// file.
 /// Services and resources are found by name, case-insensitively. Reads and writes go through
 /// the client layer (ElementSearch, ElementWriter, ChangeFeed::toJSONWithRevision), so the
 /// data's gates always apply; with a token table, every /api request also needs a bearer token
@@ -68,7 +69,7 @@ public:
     /// The answer to `request`. Never throws: an exception escaping a handler becomes 500
     /// processing_error with its text.
     WebResponse handle(const WebRequest& request) const noexcept;
-    /// For GET /api/<service>/events: the feed and the caller's read filter, or nothing with
+    /// For `GET /api/<service>/events`: the feed and the caller's read filter, or nothing with
     /// `refusal` set (404 for another path or an unknown service, 401/403 for tokens). With
     /// tokens on, the token may also come as the query parameter "access_token".
     std::optional<FeedAccess> openFeed(const WebRequest& request, WebResponse& refusal) const;

@@ -15,8 +15,8 @@ namespace Kivo::Web {
 ///
 ///     <token> read|write <scope>
 ///
-/// where <scope> is "*" (every service), "<service>" (every resource of it) or
-/// "<service>/<resource>"; names compare case-insensitively. "write" includes "read". A token
+/// where the scope is "*" (every service), `<service>` (every resource of it) or
+/// `<service>/<resource>`; names compare case-insensitively. "write" includes "read". A token
 /// may have several lines; its rights are their union. Tokens are at least 16 bytes of
 /// printable ASCII without blanks.
 ///

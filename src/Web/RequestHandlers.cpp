@@ -155,6 +155,13 @@ public:
         }
         try {
             Poco::Net::WebSocket socket(request, response);
+            // A client that stops reading, or sends half a frame, holds its session (and so
+            // stop()) for one timeout at most.
+            const Poco::Timespan timeout(
+                static_cast<Poco::Timespan::TimeDiff>(m_core.options().requestTimeout.count()) *
+                1000);
+            socket.setSendTimeout(timeout);
+            socket.setReceiveTimeout(timeout);
             FeedSession session(socket, *access, m_core.options().feedQueueLimit,
                                 m_core.options().maxFrameSize);
             if (m_core.addSession(&session)) {

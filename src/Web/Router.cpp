@@ -301,15 +301,15 @@ WebResponse Router::describeService(const ServedService& served, const Caller& c
     for (AbstractResource* resource : resources) {
         const Poco::JSON::Object::Ptr description = resource->toJSON(0);
         const std::string name = description->optValue<std::string>("name", "");
+        // Every resource is listed; the flags say what this caller may do with it.
         const TokenTable::Access access = accessOf(caller, serviceName, name);
-        if (access == TokenTable::ACCESS_NONE) continue;
         const bool mayWrite = access == TokenTable::ACCESS_WRITE;
         Poco::JSON::Object::Ptr entry = new Poco::JSON::Object;
         entry->set("name", name);
         entry->set("description", description->get("description"));
         entry->set("uri", description->get("uri"));
         entry->set("total", resource->size());
-        entry->set("get", resource->isGetAllowed());
+        entry->set("get", access != TokenTable::ACCESS_NONE && resource->isGetAllowed());
         entry->set("post", mayWrite && resource->isPostAllowed());
         entry->set("delete", mayWrite && resource->isDeleteAllowed());
         list->add(entry);
