@@ -73,9 +73,11 @@ export class Field {
         case "value":
             return h("textarea", {...common, rows: 3, spellcheck: "false"});
         default:
+            // A format's pattern never matches the empty text, which the browser lets pass a
+            // pattern: a value that must be there is marked required as well.
             return h("input", {
                 ...common, type: "text", autocomplete: "off", spellcheck: "false",
-                pattern: rules.pattern,
+                pattern: rules.pattern, required: Boolean(rules.pattern) && !p.optional,
             });
         }
     }

@@ -431,6 +431,26 @@ class PageTest(unittest.TestCase):
                 .map((c) => c.outerHTML);""")
         self.assertEqual(unlabelled, [])
 
+    def test_format_patterns_agree_with_the_server(self):
+        # The add form's pattern for a format accepts exactly what the server accepts.
+        cases = (("Playlists", "created", ("2024-02-28", "2024-01-31", "2024-13-01", "24-01-01", "2024-1-01",
+                                            "2024-01-32", "2024-01-01T00:00", "")),
+                 ("Tracks", "language", ("en", "en-gb", "sv", "EN", "eng", "e1", "en-", "")))
+        for resource, key, samples in cases:
+            self.open(f"/Media/{resource}/_new")
+            self.wait_for(lambda d: d.find_elements(By.CSS_SELECTOR, ".detail.add"), "the add form")
+            for sample in samples:
+                field = self.field(key)
+                field.clear()
+                if sample:
+                    field.send_keys(sample)
+                page_accepts = self.driver.execute_script("return arguments[0].validity.valid", field)
+                status, answer = self.server.call("POST", f"/api/Media/{resource}", {"name": "pattern probe", key: sample})
+                if status == 201:
+                    self.server.call("DELETE", f"/api/Media/{resource}/{answer['id']}")
+                self.assertIn(status, (201, 400), answer)
+                self.assertEqual(page_accepts, status == 201, f"{resource} {key} {sample!r}: {answer}")
+
     def test_paging(self):
         self.open("/Media/Tracks")
         self.wait_table()
