@@ -66,6 +66,7 @@ class App {
         return this.showResource(service, resource, id);
     }
 
+    // The service's totals hold every event up to its revision.
     async readService(name) {
         const service = await api.service(name);
         this.serviceInfo.set(name, service);
@@ -95,10 +96,10 @@ class App {
             }));
     }
 
-    updateTotal(serviceName, resourceName, delta) {
+    updateTotal(serviceName, resourceName, delta, revision) {
         const service = this.serviceInfo.get(serviceName);
         const resource = service && service.resources.find((r) => r.name === resourceName);
-        if (!resource) return;
+        if (!resource || revision <= service.revision) return;
         resource.total += delta;
         const badge = this.nav.querySelector(`[data-total="${CSS.escape(`${serviceName}/${resourceName}`)}"]`);
         if (badge) badge.textContent = String(resource.total);
@@ -126,8 +127,8 @@ class App {
 
     onEvent(serviceName, event) {
         noteEvent(serviceName, event);
-        if (event.event === "added") this.updateTotal(serviceName, event.resource, 1);
-        if (event.event === "removed") this.updateTotal(serviceName, event.resource, -1);
+        if (event.event === "added") this.updateTotal(serviceName, event.resource, 1, event.revision);
+        if (event.event === "removed") this.updateTotal(serviceName, event.resource, -1, event.revision);
         const table = this.resourceView;
         if (table && table.serviceName === serviceName && table.resource.name === event.resource) {
             if (event.event === "changed") table.changed(event.id, event.values || {}, event.revision);

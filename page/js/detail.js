@@ -62,18 +62,25 @@ export class ElementView {
 
     /// Reads the element and shows it; with `keepTyped`, values the user changed stay.
     async load({keepTyped = false} = {}) {
+        // Changes arriving while the element is read are applied again afterwards, since the
+        // read may have been answered before them.
+        this.missed = [];
         let element;
         try {
             element = await api.element(this.serviceName, this.resource.name, this.id);
         } catch (error) {
+            this.missed = null;
             this.showGone(error.status === 404 ? "This element does not exist (any more)." : `The element cannot be read: ${error.message}`);
             return;
         }
+        const missed = this.missed;
+        this.missed = null;
         this.gone = false;
         this.revision = element.revision;
         for (const field of this.fields) field.setBase(held(element, field.key), {keepTyped});
         this.showHeader(element);
         this.showTargets(element);
+        for (const [values, revision] of missed) this.changed(values, revision);
         if (!this.suggested) {
             this.suggested = true;
             suggestTargets(this.fields);
@@ -200,6 +207,7 @@ export class ElementView {
     /// is editing keeps the typed value and the revision read stays, so saving it is refused
     /// as a conflict rather than overwriting the change unseen.
     changed(values, revision) {
+        if (this.missed) this.missed.push([values, revision]);
         if (this.revision === null || revision <= this.revision) return;
         const conflicts = [];
         for (const [key, value] of Object.entries(values)) {

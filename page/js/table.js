@@ -137,6 +137,11 @@ export class ResourceView {
     /// Reads the current page of the search and shows it.
     async load() {
         clearTimeout(this.reloadTimer);
+        // Only the latest read is shown; changes arriving while it is under way are applied
+        // again once it is, since the read may have been answered before them.
+        this.loadSerial = (this.loadSerial || 0) + 1;
+        const serial = this.loadSerial;
+        if (!this.missed) this.missed = [];
         const s = this.state;
         const query = {offset: s.offset, count: s.count, ci: s.ci};
         if (s.text !== "") {
@@ -146,6 +151,7 @@ export class ResourceView {
         this.root.setAttribute("aria-busy", "true");
         try {
             const page = await api.elements(this.serviceName, this.resource.name, query);
+            if (serial !== this.loadSerial) return undefined;
             if (page.elements.length === 0 && page.offset > 0 && page.total > 0) {
                 // The page emptied (elements removed): show the last one that has elements.
                 s.offset = Math.max(0, Math.floor((page.total - 1) / s.count) * s.count);
@@ -153,11 +159,18 @@ export class ResourceView {
             }
             this.error.hidden = true;
             this.render(page);
+            const missed = this.missed;
+            this.missed = null;
+            for (const [id, values, revision] of missed) this.changed(id, values, revision);
         } catch (error) {
+            if (serial !== this.loadSerial) return undefined;
             this.error.textContent = `The elements cannot be read: ${error.message}`;
             this.error.hidden = false;
         } finally {
-            this.root.removeAttribute("aria-busy");
+            if (serial === this.loadSerial) {
+                this.missed = null;
+                this.root.removeAttribute("aria-busy");
+            }
         }
         return undefined;
     }
@@ -243,6 +256,7 @@ export class ResourceView {
     /// New values of element `id` at `revision` (from the feed or from a save of this page):
     /// the row, if shown and older, takes them and flashes.
     changed(id, values, revision) {
+        if (this.missed) this.missed.push([id, values, revision]);
         const row = this.rowOf(id);
         if (!row || Number(row.dataset.revision) >= revision) return;
         row.dataset.revision = String(revision);
