@@ -26,6 +26,15 @@ export function setToken(value) {
     else sessionStorage.removeItem(TOKEN_KEY);
 }
 
+// Whether each resource may be read, as the last reading of its service said.
+const readable = new Map();
+
+/// Whether the elements of `resourceName` may be read (true when not known), so the page
+/// does not ask for what it would be refused.
+export function mayRead(serviceName, resourceName) {
+    return readable.get(`${serviceName}/${resourceName}`) !== false;
+}
+
 /// "/api/Media/Albums" from ["Media", "Albums"].
 export function apiPath(...names) {
     return ["/api", ...names.map(encodeURIComponent)].join("/");
@@ -76,7 +85,9 @@ export async function services() {
 
 /// GET /api/<service>: the service with its resources, their totals and gates.
 export async function service(name) {
-    return (await request("GET", apiPath(name))).json;
+    const answer = (await request("GET", apiPath(name))).json;
+    for (const resource of answer.resources || []) readable.set(`${name}/${resource.name}`, resource.get !== false);
+    return answer;
 }
 
 /// GET /api/<service>/<resource>/_description.

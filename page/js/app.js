@@ -63,6 +63,7 @@ class App {
         if (!resourceName) return this.showService(service);
         const resource = service.resources.find((r) => r.name === resourceName);
         if (!resource) return this.showMissing(`${serviceName} has no resource “${resourceName}”.`);
+        if (resource.get === false) return this.showMissing(`${serviceName}/${resourceName} cannot be read with this access.`);
         return this.showResource(service, resource, id);
     }
 
@@ -88,7 +89,8 @@ class App {
                 const current = s.name === serviceName && !resourceName;
                 return h("div", {class: "nav-service"},
                     h("a", {href: routeOf(s.name), class: "nav-service-link", "aria-current": current ? "page" : null}, s.name),
-                    h("ul", {}, (info ? info.resources : []).map((r) => h("li", {},
+                    h("ul", {}, (info ? info.resources : []).map((r) => h("li", {}, r.get === false ?
+                        h("span", {class: "no-access", title: "not readable with this access"}, r.name) :
                         h("a", {
                             href: routeOf(s.name, r.name),
                             "aria-current": s.name === serviceName && r.name === resourceName ? "page" : null,
@@ -174,7 +176,8 @@ class App {
                     h("h3", {id: `service-${s.name}`}, h("a", {href: routeOf(s.name)}, s.name)),
                     h("p", {}, s.description || ""),
                     h("ul", {}, info.resources.map((r) => h("li", {},
-                        h("a", {href: routeOf(s.name, r.name)}, r.name), ` — ${r.description || ""} (${r.total})`))));
+                        r.get === false ? r.name : h("a", {href: routeOf(s.name, r.name)}, r.name),
+                        ` — ${r.description || ""}`, r.get === false ? " (not readable)" : ` (${r.total})`))));
             }));
         this.focusHeading();
     }
@@ -189,11 +192,12 @@ class App {
             h("div", {class: "table-scroll", role: "region", "aria-labelledby": captionId, tabindex: "0"},
                 h("table", {class: "resources"},
                     h("caption", {id: captionId}, `Resources of ${service.name}`),
-                    h("thead", {}, h("tr", {}, ["Resource", "Description", "Elements", "Add", "Delete"].map((t) => h("th", {scope: "col"}, t)))),
+                    h("thead", {}, h("tr", {}, ["Resource", "Description", "Elements", "Read", "Add", "Delete"].map((t) => h("th", {scope: "col"}, t)))),
                     h("tbody", {}, service.resources.map((r) => h("tr", {},
-                        h("th", {scope: "row"}, h("a", {href: routeOf(service.name, r.name)}, r.name)),
+                        h("th", {scope: "row"}, r.get === false ? r.name : h("a", {href: routeOf(service.name, r.name)}, r.name)),
                         h("td", {}, r.description || ""),
-                        h("td", {class: "number"}, String(r.total)),
+                        h("td", {class: "number"}, r.get === false ? "—" : String(r.total)),
+                        h("td", {}, yes(r.get !== false)),
                         h("td", {}, yes(r.post)),
                         h("td", {}, yes(r.delete))))))));
         this.focusHeading();

@@ -197,6 +197,7 @@ export async function suggestTargets(fields) {
         for (const target of field.property.targets || []) {
             // A target type reads "<service>.<resource>.<element type>".
             const [service, resource] = target.split(".");
+            if (!api.mayRead(service, resource)) continue;
             try {
                 const page = await api.elements(service, resource, {count: SUGGESTIONS});
                 list.append(...page.elements.map((element) => h("option", {value: element.uri}, element.name || element.id)));

@@ -36,7 +36,9 @@ const names = new Map();
 function nameOf(uri) {
     if (!names.has(uri)) {
         const [, service, resource, id] = ELEMENT_URI.exec(uri);
-        names.set(uri, api.element(service, resource, id).then((element) => element.name || "", () => ""));
+        names.set(uri, api.mayRead(service, resource) ?
+            api.element(service, resource, id).then((element) => element.name || "", () => "") :
+            Promise.resolve(""));
     }
     return names.get(uri);
 }

@@ -486,11 +486,15 @@ class PageTest(unittest.TestCase):
         with open(tokens, "w") as out:
             out.write("reader-token-0123456789 read Media\n"
                       "writer-token-0123456789 read Media\n"
-                      "writer-token-0123456789 write Media/Playlists\n")
+                      "writer-token-0123456789 write Media/Playlists\n"
+                      "narrow-token-0123456789 write Media/Playlists\n")
         guarded = Server(self.server.program, self.server.data, self.server.page, ["--tokens", tokens])
         try:
             guarded.start()
-            for token, playlists_writable in (("reader-token-0123456789", False), ("writer-token-0123456789", True)):
+            # token: whether it may change playlists, whether it may read tracks
+            for token, playlists_writable, tracks_readable in (("reader-token-0123456789", False, True),
+                                                               ("writer-token-0123456789", True, True),
+                                                               ("narrow-token-0123456789", True, False)):
                 self.driver.get(f"{guarded.url}/#/Media/Playlists")
                 self.driver.execute_script("sessionStorage.clear()")
                 self.driver.refresh()
@@ -506,9 +510,12 @@ class PageTest(unittest.TestCase):
                                  playlists_writable, token)
                 self.assertEqual(bool(self.driver.find_elements(By.CSS_SELECTOR, ".detail button[type=submit]")),
                                  playlists_writable, token)
-                self.driver.find_element(By.PARTIAL_LINK_TEXT, "Tracks").click()
-                self.wait_for(lambda d: self.css("#resource-heading").text == "Tracks", "the tracks")
-                self.assertFalse(self.driver.find_elements(By.LINK_TEXT, "Add to Tracks"), token)
+                tracks = self.driver.find_elements(By.CSS_SELECTOR, '#nav a[href$="/Tracks"]')
+                self.assertEqual(bool(tracks), tracks_readable, token)
+                if tracks_readable:
+                    tracks[0].click()
+                    self.wait_for(lambda d: self.css("#resource-heading").text == "Tracks", "the tracks")
+                    self.assertFalse(self.driver.find_elements(By.LINK_TEXT, "Add to Tracks"), token)
         finally:
             guarded.close()
             self.driver.get("about:blank")
