@@ -56,7 +56,8 @@ class App {
             await Promise.all(this.services.map((s) => this.readService(s.name)));
         }
         this.renderNav(serviceName, resourceName);
-        await this.watch(serviceName);
+        // The overview of a server with one service follows that service's feed as well.
+        await this.watch(serviceName || (this.services.length === 1 ? this.services[0].name : undefined));
         if (!serviceName) return this.showHome();
         const service = this.serviceInfo.get(serviceName);
         if (!service) return this.showMissing(`There is no service “${serviceName}”.`);
