@@ -8,6 +8,8 @@
 #   tools/setup.sh --docs    that, plus Doxygen for the API reference (the `docs` target)
 #   tools/setup.sh --arm64   that, plus the arm64 cross tool chain, arm64 libraries and
 #                            qemu-user (tools/run-arm64-tests.sh)
+#   tools/setup.sh --browser that, plus Chromium, its WebDriver and the Python clients the
+#                            browser test of the page uses (tools/run-page-tests.sh)
 set -euo pipefail
 
 packages=(
@@ -42,8 +44,9 @@ for option in "$@"; do
             ;;
         --fuzz) packages+=(clang libclang-rt-14-dev) ;;
         --docs) packages+=(doxygen) ;;
+        --browser) packages+=(chromium chromium-driver python3-selenium python3-websocket) ;;
         *)
-            echo "usage: tools/setup.sh [--fuzz] [--docs] [--arm64]" >&2
+            echo "usage: tools/setup.sh [--fuzz] [--docs] [--arm64] [--browser]" >&2
             exit 2
             ;;
     esac
