@@ -16,7 +16,7 @@ packages=(
     g++ make cmake pkg-config
     libpoco-dev
     googletest libgtest-dev libgmock-dev
-    libbenchmark-dev
+    libbenchmark-dev libsqlite3-dev libboost-dev
     dpkg-dev file
     wrk curl
 )
