@@ -99,6 +99,8 @@ if $unpack_poco; then
     for deb in "$debs"/*.deb; do
         "${as_root[@]}" dpkg-deb -x "$deb" "$arm64_poco_root.new"
     done
-    "${as_root[@]}" mv "$arm64_poco_root.new" "$arm64_poco_root"
+    # The old tree goes first: mv would otherwise put the new one inside it.
+    "${as_root[@]}" rm -rf "$arm64_poco_root"
+    "${as_root[@]}" mv -T "$arm64_poco_root.new" "$arm64_poco_root"
     rm -rf "$debs"
 fi
