@@ -31,7 +31,8 @@ echo "run-arm64-tests: ${#binaries[@]} programs and libraries are AArch64;" \
 
 ctest --preset arm64
 
-# The Debian packages of the arm64 build: both must be made, for arm64.
+# The Debian packages of the arm64 build (runtime, development, qes-registryd): all three
+# must be made, for arm64.
 packages=$(mktemp -d)
 trap 'rm -rf "$packages"' EXIT
 (cd build/arm64 && cpack -G DEB -B "$packages" >/dev/null)
@@ -44,7 +45,7 @@ for deb in "$packages"/*.deb; do
     echo "run-arm64-tests: made $(basename "$deb")"
 done
 count=$(find "$packages" -maxdepth 1 -name '*_arm64.deb' | wc -l)
-if ((count != 2)); then
-    echo "run-arm64-tests: expected 2 arm64 packages, made $count" >&2
+if ((count != 3)); then
+    echo "run-arm64-tests: expected 3 arm64 packages, made $count" >&2
     exit 1
 fi
