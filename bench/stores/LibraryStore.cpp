@@ -38,8 +38,6 @@ public:
         init();
     }
     ~Items() override { clear(); }
-    bool isPostAllowed() const override { return true; }
-    bool isDeleteAllowed() const override { return true; }
 };
 
 // Records as elements of one resource, added from JSON and written through setProperty, with
