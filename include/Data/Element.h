@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include <Poco/BasicEvent.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/UUID.h>
 
@@ -82,17 +81,9 @@ public:
         Base::PropertyBase* sourceProperty;  // not owned
     };
 
-    /// A Poco::BasicEvent whose current delegates can be copied out, so that a queued delivery
-    /// never touches the event (or its element) after taking that copy.
-    class DataChangedEvent : public Poco::BasicEvent<DataChangedEventPayload> {
-    public:
-        /// A list of delegates, as the event keeps it.
-        typedef Poco::DefaultStrategy<DataChangedEventPayload,
-                                      Poco::AbstractDelegate<DataChangedEventPayload>>
-            Delegates;
-        /// The current delegates, copied under the event's mutex.
-        Delegates copyDelegates() const;
-    };
+    /// The event of DataChanged. Its current delegates can be copied out (copyDelegates), so
+    /// that a queued delivery never touches the event (or its element) after taking that copy.
+    class DataChangedEvent : public Util::Event<DataChangedEventPayload> {};
 
     virtual ~IElementDataChangedSource() = default;
 
@@ -100,7 +91,7 @@ public:
     /// class comment describes.
     DataChangedEvent DataChanged;
     /// Raised synchronously when an optional property receives its first value.
-    Poco::BasicEvent<OptionalPropertySetEventPayload> OptionalPropertySet;
+    Util::Event<OptionalPropertySetEventPayload> OptionalPropertySet;
 };
 
 /// One data record of a resource: an XObject whose further properties are declared by the

@@ -3,13 +3,13 @@
 
 #include <string>
 
-#include <Poco/BasicEvent.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/UUID.h>
 
 #include "Data/Base/Object.h"
 #include "Data/Base/Property.h"
 #include "Data/OperationResult.h"
+#include "Util/Event.h"
 
 /// The resource model (services, resources, elements and the results clients see) and the
 /// references between elements.
@@ -51,7 +51,7 @@ public:
 
     /// Raised once, from the destructor on the destroying thread, with the object still
     /// whole; no subscriber may delete the object.
-    Poco::BasicEvent<const XObject> Destroyed;
+    Util::Event<const XObject> Destroyed;
 
     /// The id's UUID.
     Poco::UUID getIdentification() const override;

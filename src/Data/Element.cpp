@@ -26,7 +26,7 @@ const char* const INIT_FAILED = "Failed to initialise element from JSON: ";
 // Disables an event for a scope, enabling it again on every exit.
 class EventDisabled {
 public:
-    explicit EventDisabled(Poco::BasicEvent<IElementDataChangedSource::DataChangedEventPayload>& event)
+    explicit EventDisabled(Util::Event<IElementDataChangedSource::DataChangedEventPayload>& event)
         : m_event(event) {
         m_event.disable();
     }
@@ -35,7 +35,7 @@ public:
     ~EventDisabled() { m_event.enable(); }
 
 private:
-    Poco::BasicEvent<IElementDataChangedSource::DataChangedEventPayload>& m_event;
+    Util::Event<IElementDataChangedSource::DataChangedEventPayload>& m_event;
 };
 
 }  // namespace
@@ -49,12 +49,6 @@ IElementDataChangedSource::DataChangedEventPayload::DataChangedEventPayload(
 void IElementDataChangedSource::DataChangedEventPayload::addSourcePropertyKeys(
     const KeyCollection& keys) {
     sourcePropertyKeys.insert(keys.begin(), keys.end());
-}
-
-IElementDataChangedSource::DataChangedEvent::Delegates
-IElementDataChangedSource::DataChangedEvent::copyDelegates() const {
-    Poco::FastMutex::ScopedLock lock(_mutex);
-    return _strategy;
 }
 
 Element::Element(const std::string& typeName, AbstractResource& resource)

@@ -168,10 +168,13 @@ protected:
     /// Handler of a registered property's Updated event: runs the hook, then forgets the
     /// property if it has moved to another owner.
     void onPropertyUpdatePriv(const void* sender, PropertyEventPayload& payload);
-    /// Subscribes the registry's handlers to `property`'s Updated and Destroyed events; does
-    /// nothing for null.
+    /// Makes the registry's handlers watch `property`'s Updated and Destroyed events; does
+    /// nothing for null or a property this object watches already. The watch costs nothing per
+    /// property: the property calls its watching object before its events' delegates. Where
+    /// another object still watches the property (an old owner that has not yet heard of a
+    /// move), this one subscribes delegates instead.
     void registerPropertyEvents(PropertyBase* property);
-    /// Removes the subscriptions registerPropertyEvents made; does nothing for null.
+    /// Ends what registerPropertyEvents began; does nothing for null.
     void unregisterPropertyEvents(PropertyBase* property);
     /// Detaches every present property (hook, then setParent(nullptr)) and empties the
     /// registry, known-but-absent keys included.

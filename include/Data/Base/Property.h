@@ -5,8 +5,6 @@
 #include <type_traits>
 #include <vector>
 
-#include <Poco/BasicEvent.h>
-
 #include "Data/Base/PropertyBase.h"
 #include "Data/Base/PropertyIndex.h"
 #include "Data/Base/PropertyNumber.h"
@@ -46,7 +44,7 @@ public:
 
     /// Raised for every accepted write, on the writing thread under the owner's write lock,
     /// just before Updated.
-    Poco::BasicEvent<ValueChangedEventPayload> ValueChanged;
+    Util::Event<ValueChangedEventPayload> ValueChanged;
 };
 
 /// A property holding one value object of class V (by value).
@@ -152,7 +150,7 @@ public:
         this->ValueChanged.notify(this, typed);
         PropertyEventPayload generic(this, PropertyEventPayload::PROPERTY_VALUE_CHANGED,
                                      oldValue.getGenericValue());
-        Updated.notify(this, generic);
+        notifyUpdated(generic);
     }
 
 protected:

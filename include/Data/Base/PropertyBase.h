@@ -1,17 +1,18 @@
 #ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTYBASE_H
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYBASE_H
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include <Poco/BasicEvent.h>
 #include <Poco/Dynamic/Var.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
 
 #include "Data/Base/Object.h"
 #include "Data/Base/PropertyValue.h"
+#include "Util/Event.h"
 #include "Util/RecursiveRWLock.h"
 
 namespace Kivo::Data::Base {
@@ -22,15 +23,20 @@ typedef Poco::SharedPtr<PropertyIndexBase> PropertyIndexBasePtr;
 /// The two generic events of a property. Both are synchronous: delegates run on the raising
 /// thread, in subscription order; each event's own mutex is held only while its delegate list
 /// is copied.
+///
+/// The owner's registry and the indexes that file the property watch it without subscribing
+/// (Object::registerPropertyEvents, Util::EventHook): while an event is enabled they are called
+/// first, the owner before the indexes, and they are neither counted by empty() nor removed by
+/// clear(). Disabling an event stops them as it stops every delegate.
 class IPropertyEventSource {
 public:
     virtual ~IPropertyEventSource() = default;
 
     /// Raised once, when the property is destroyed (PROPERTY_DESTROYED).
-    Poco::BasicEvent<PropertyEventPayload> Destroyed;
+    Util::Event<PropertyEventPayload> Destroyed;
     /// Raised on every value change (PROPERTY_VALUE_CHANGED with the previous value) and on
     /// every change of owner (PROPERTY_OWNER_CHANGED).
-    Poco::BasicEvent<PropertyEventPayload> Updated;
+    Util::Event<PropertyEventPayload> Updated;
 };
 
 /// A named slot holding one value, belonging to at most one Object (its parent), guarded by
@@ -105,10 +111,17 @@ protected:
     /// Raises Destroyed the first time it is called. Derived destructors call it while their
     /// value still exists, so subscribers may read it.
     void notifyDestroyed();
+    /// Raises Updated with `payload`, the watching owner's registry first.
+    void notifyUpdated(PropertyEventPayload& payload);
 
 private:
+    friend class Object;
+
     const PropertyKey m_key;
     Object* m_parent;  // not owned
+    // The object whose registry watches the property's Updated and Destroyed events; not owned.
+    // It is the parent, except between a move's event and the old owner's reaction to it.
+    std::atomic<Object*> m_watcher{nullptr};
     bool m_hadParent;
     bool m_destroyedRaised = false;
 };

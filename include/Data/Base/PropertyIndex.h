@@ -8,7 +8,6 @@
 #include <type_traits>
 #include <vector>
 
-#include <Poco/Delegate.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
 
@@ -16,6 +15,7 @@
 #include "Data/Base/PropertyBase.h"
 #include "Data/Base/PropertyValue.h"
 #include "Logging/Log.h"
+#include "Util/Event.h"
 
 namespace Kivo::Data::Base {
 
@@ -204,9 +204,11 @@ public:
     std::vector<Object*> find(const std::string& text) const override;
     std::vector<Object*> find(const Poco::RegularExpression& re) const override;
 
-    /// Subscribes the index's handlers to `property`'s Destroyed and ValueChanged events.
+    /// Makes the index's handlers watch `property`'s Destroyed and ValueChanged events, where
+    /// the index files it. The watch is a hook in the index's record of the property
+    /// (Util::EventHook), so it allocates nothing and is called before the events' delegates.
     void registerPropertyEvents(property_type* property);
-    /// Removes the subscriptions registerPropertyEvents made.
+    /// Ends both watches registerPropertyEvents began.
     void unregisterPropertyEvents(property_type* property);
     /// Destroyed: drops the property's object, then anything else that still holds the property.
     void onPropertyRemoved(const void* sender, PropertyEventPayload& payload);
@@ -217,16 +219,32 @@ private:
     static constexpr bool IS_TEXT = std::is_base_of_v<PropertyValue<std::string>, key_type>;
     typedef typename value_map::iterator position;
 
+    // The index's watch of one event of a filed property.
+    template <class TArgs, void (PropertyIndex::*HANDLER)(const void*, TArgs&)>
+    class Watch : public Util::EventHook<TArgs> {
+    public:
+        explicit Watch(PropertyIndex* index) : m_index(index) {}
+        void onEvent(const void* sender, TArgs& args) override { (m_index->*HANDLER)(sender, args); }
+
+    private:
+        PropertyIndex* m_index;
+    };
+
     // What the index holds of one property. A filing lives while the property's events are
     // registered (`observed`) or the property is referenced by an entry or the object map;
     // while it lives, the index watches the property's Destroyed event.
     struct Filing {
+        Filing(PropertyIndex* index, property_ptr filed, Object* owner, position at)
+            : property(filed), key(owner), entry(at), destroyedWatch(index), valueWatch(index) {}
+
         property_ptr property;
-        Object* key;         // the object m_objectMap files it under, or null
-        position entry;      // its one entry, when `located`
-        unsigned entries;    // how many entries of m_index hold it
-        bool located;
-        bool observed;
+        Object* key;             // the object m_objectMap files it under, or null
+        position entry;          // its one entry, when `located`
+        unsigned entries = 1;    // how many entries of m_index hold it
+        bool located = true;
+        bool observed = true;
+        Watch<PropertyEventPayload, &PropertyIndex::onPropertyRemoved> destroyedWatch;
+        Watch<ValueChangedEventPayload, &PropertyIndex::onPropertyDataChanged> valueWatch;
     };
     typedef std::map<const PropertyBase*, Filing> filing_map;
     typedef typename filing_map::iterator filing_ptr;
@@ -285,8 +303,7 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
     const auto [filed, isNewObject] = m_objectMap.try_emplace(owner, m_filings.end());
     if (!isNewObject) return false;
     const position entry = m_index.end();
-    const auto [filing, isNewProperty] =
-        m_filings.try_emplace(property, Filing{property, owner, entry, 1, true, true});
+    const auto [filing, isNewProperty] = m_filings.try_emplace(property, this, property, owner, entry);
     if (!isNewProperty) {
         m_objectMap.erase(filed);
         return false;
@@ -410,7 +427,7 @@ void PropertyIndex<TProperty>::unobserve(filing_ptr filing) {
     Filing& held = filing->second;
     if (!held.observed) return;
     if (!isRegular(held)) --m_irregular;
-    held.property->ValueChanged -= Poco::delegate(this, &PropertyIndex::onPropertyDataChanged);
+    held.property->ValueChanged.detach(held.valueWatch);
     held.observed = false;
     ++m_irregular;
 }
@@ -424,11 +441,8 @@ void PropertyIndex<TProperty>::release(filing_ptr filing) {
 template <class TProperty>
 void PropertyIndex<TProperty>::erase(filing_ptr filing) {
     Filing& held = filing->second;
-    if (held.observed) {
-        unregisterPropertyEvents(held.property);
-    } else {
-        held.property->Destroyed -= Poco::delegate(this, &PropertyIndex::onPropertyRemoved);
-    }
+    held.property->Destroyed.detach(held.destroyedWatch);
+    if (held.observed) held.property->ValueChanged.detach(held.valueWatch);
     if (!isRegular(held)) --m_irregular;
     if (m_moved != 0) m_movedStale = true;
     m_filings.erase(filing);
@@ -547,14 +561,18 @@ std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const PrefixRegularExp
 
 template <class TProperty>
 void PropertyIndex<TProperty>::registerPropertyEvents(property_type* property) {
-    property->Destroyed += Poco::delegate(this, &PropertyIndex::onPropertyRemoved);
-    property->ValueChanged += Poco::delegate(this, &PropertyIndex::onPropertyDataChanged);
+    const filing_ptr filing = m_filings.find(property);
+    if (filing == m_filings.end()) return;
+    property->Destroyed.attach(filing->second.destroyedWatch);
+    property->ValueChanged.attach(filing->second.valueWatch);
 }
 
 template <class TProperty>
 void PropertyIndex<TProperty>::unregisterPropertyEvents(property_type* property) {
-    property->Destroyed -= Poco::delegate(this, &PropertyIndex::onPropertyRemoved);
-    property->ValueChanged -= Poco::delegate(this, &PropertyIndex::onPropertyDataChanged);
+    const filing_ptr filing = m_filings.find(property);
+    if (filing == m_filings.end()) return;
+    property->Destroyed.detach(filing->second.destroyedWatch);
+    property->ValueChanged.detach(filing->second.valueWatch);
 }
 
 template <class TProperty>

@@ -131,12 +131,18 @@ bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
 
 void Object::registerPropertyEvents(PropertyBase* property) {
     if (property == nullptr) return;
+    Object* watcher = nullptr;
+    if (property->m_watcher.compare_exchange_strong(watcher, this) || watcher == this) return;
+    // Another object still watches it (its Updated event was disabled while the property
+    // moved): this one subscribes as any client would.
     property->Updated += Poco::delegate(this, &Object::onPropertyUpdatePriv);
     property->Destroyed += Poco::delegate(this, &Object::onPropertyDestroyedPriv);
 }
 
 void Object::unregisterPropertyEvents(PropertyBase* property) {
     if (property == nullptr) return;
+    Object* watcher = this;
+    if (property->m_watcher.compare_exchange_strong(watcher, nullptr)) return;
     property->Updated -= Poco::delegate(this, &Object::onPropertyUpdatePriv);
     property->Destroyed -= Poco::delegate(this, &Object::onPropertyDestroyedPriv);
 }

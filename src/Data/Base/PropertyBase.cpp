@@ -26,7 +26,9 @@ void PropertyBase::notifyDestroyed() {
     m_destroyedRaised = true;
     PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_DESTROYED);
     try {
-        Destroyed.notify(this, payload);
+        Destroyed.notify(this, payload, [this, &payload] {
+            if (Object* watcher = m_watcher.load()) watcher->onPropertyDestroyedPriv(this, payload);
+        });
     } catch (...) {
         // A destructor must not throw; a failing subscriber is a programming error.
         poco_unexpected();
@@ -43,7 +45,13 @@ void PropertyBase::setParent(Object* parent) {
     }
     m_parent = parent;
     PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_OWNER_CHANGED);
-    Updated.notify(this, payload);
+    notifyUpdated(payload);
+}
+
+void PropertyBase::notifyUpdated(PropertyEventPayload& payload) {
+    Updated.notify(this, payload, [this, &payload] {
+        if (Object* watcher = m_watcher.load()) watcher->onPropertyUpdatePriv(this, payload);
+    });
 }
 
 bool PropertyBase::isModifiable() const {
