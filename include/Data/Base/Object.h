@@ -190,7 +190,13 @@ protected:
 private:
     friend class PropertyBase;
 
-    PropertyReferenceMap m_ownProperties;  // guarded by *m_propertyLock
+    // Key to property in byte-wise key order, as PropertyReferenceMap orders them. An object has
+    // a handful of properties: a sorted vector is one block where a map has one per key.
+    typedef std::vector<std::pair<PropertyKey, PropertyBase*>> Registry;
+    Registry::iterator findEntry(const PropertyKey& key);
+    Registry::const_iterator findEntry(const PropertyKey& key) const;
+
+    Registry m_ownProperties;  // guarded by *m_propertyLock
     // Mutable because adopting or resetting the lock does not change the object's value.
     mutable Kivo::RecursiveRWLockPtr m_propertyLock;
     Type m_type;

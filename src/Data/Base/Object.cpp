@@ -1,5 +1,7 @@
 #include "Data/Base/Object.h"
 
+#include <algorithm>
+
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 
@@ -45,9 +47,29 @@ Util::RecursiveRWLock& Object::lockRef() const {
     return *m_propertyLock;
 }
 
+namespace {
+
+template <class Iterator>
+Iterator lowerBound(Iterator first, Iterator last, const PropertyKey& key) {
+    return std::lower_bound(first, last, key,
+                            [](const auto& entry, const PropertyKey& k) { return entry.first < k; });
+}
+
+}  // namespace
+
+Object::Registry::iterator Object::findEntry(const PropertyKey& key) {
+    const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
+    return entry != m_ownProperties.end() && entry->first == key ? entry : m_ownProperties.end();
+}
+
+Object::Registry::const_iterator Object::findEntry(const PropertyKey& key) const {
+    const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
+    return entry != m_ownProperties.end() && entry->first == key ? entry : m_ownProperties.end();
+}
+
 PropertyBase* Object::getProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = m_ownProperties.find(key);
+    const auto entry = findEntry(key);
     if (entry == m_ownProperties.end()) {
         QES_LOG_WARNING(m_type.identifier << "::getProperty: property " << key << " is unknown");
         return nullptr;
@@ -61,7 +83,7 @@ PropertyBase* Object::getProperty(const PropertyKey& key) const {
 
 PropertyBase* Object::findProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = m_ownProperties.find(key);
+    const auto entry = findEntry(key);
     return entry == m_ownProperties.end() ? nullptr : entry->second;
 }
 
@@ -84,13 +106,13 @@ Poco::JSON::Object::Ptr Object::toJSON(int depth) const {
 
 bool Object::hasProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = m_ownProperties.find(key);
+    const auto entry = findEntry(key);
     return entry != m_ownProperties.end() && entry->second != nullptr;
 }
 
 bool Object::knowsProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    return m_ownProperties.count(key) != 0;
+    return findEntry(key) != m_ownProperties.end();
 }
 
 std::vector<PropertyKey> Object::getPropertyKeys() const {
@@ -115,8 +137,14 @@ std::vector<PropertyBase*> Object::getProperties() const {
 
 bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
     ScopedRecursiveWriteLock lock(lockRef());
-    const auto [entry, inserted] = m_ownProperties.emplace(key, property);
-    if (!inserted) {
+    const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
+    if (entry == m_ownProperties.end() || entry->first != key) {
+        // Grown one entry at a time: objects are many and their keys few, so spare room would
+        // cost more than the moves.
+        const auto at = entry - m_ownProperties.begin();
+        m_ownProperties.reserve(m_ownProperties.size() + 1);
+        m_ownProperties.emplace(m_ownProperties.begin() + at, key, property);
+    } else {
         if (entry->second != nullptr) return false;
         entry->second = property;
     }
@@ -153,7 +181,7 @@ void Object::onPropertyUpdatePriv(const void*, PropertyEventPayload& payload) {
     onPropertyUpdate(payload);
     ScopedRecursiveWriteLock lock(lockRef());
     if (source->getParent() == this) return;
-    const auto entry = m_ownProperties.find(source->getKey());
+    const auto entry = findEntry(source->getKey());
     if (entry != m_ownProperties.end()) entry->second = nullptr;
     unregisterPropertyEvents(source);
 }
@@ -163,16 +191,18 @@ void Object::onPropertyDestroyedPriv(const void*, PropertyEventPayload& payload)
     QES_LOG_TRACE("Property " << source->getKey() << " was destroyed");
     onPropertyDestroyed(payload);
     ScopedRecursiveWriteLock lock(lockRef());
-    const auto entry = m_ownProperties.find(source->getKey());
+    const auto entry = findEntry(source->getKey());
     if (entry != m_ownProperties.end()) entry->second = nullptr;
     unregisterPropertyEvents(source);
 }
 
 void Object::unregisterAllProperties() {
     ScopedRecursiveWriteLock lock(lockRef());
-    for (const auto& [key, property] : m_ownProperties) {
-        if (property == nullptr) continue;
-        PropertyBase* detached = property;
+    // By position: the hooks run inside may register keys, which moves the entries.
+    for (std::size_t i = 0; i < m_ownProperties.size(); ++i) {
+        PropertyBase* detached = m_ownProperties[i].second;
+        if (detached == nullptr) continue;
+        const PropertyKey key = m_ownProperties[i].first;
         onUnregisterProperty(key, detached);
         // Our own onPropertyUpdatePriv runs inside and nulls the entry we are visiting.
         detached->setParent(nullptr);

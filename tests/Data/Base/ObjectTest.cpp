@@ -111,6 +111,17 @@ TEST(Object, MovingAPropertyLeavesTheOldOwnerAKnownKey) {
     EXPECT_EQ(1u, oldOwner.events.size()) << "the old owner is still subscribed";
     ASSERT_EQ(1u, newOwner.events.size());
     EXPECT_EQ(Payload::PROPERTY_VALUE_CHANGED, newOwner.events[0].first);
+
+    // Moved while Updated is disabled, the old owner never hears of it and keeps watching; the
+    // new one must still learn of the property's end, or it would keep a dangling entry.
+    TestObject third;
+    property->Updated.disable();
+    ASSERT_TRUE(third.registerProperty("k", property.get()));
+    property->Updated.enable();
+    property.reset();
+    EXPECT_TRUE(third.knowsProperty("k"));
+    EXPECT_FALSE(third.hasProperty("k"));
+    EXPECT_FALSE(newOwner.hasProperty("k"));
 }
 
 TEST(Object, UnregisterAllDetachesEveryProperty) {
