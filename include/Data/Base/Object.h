@@ -192,7 +192,8 @@ private:
 
     // Key to property in byte-wise key order, as PropertyReferenceMap orders them. An object has
     // a handful of properties: a sorted vector is one block where a map has one per key.
-    typedef std::vector<std::pair<PropertyKey, PropertyBase*>> Registry;
+    // The keys are pooled (one copy per distinct key in the process).
+    typedef std::vector<std::pair<const PropertyKey*, PropertyBase*>> Registry;
     Registry::iterator findEntry(const PropertyKey& key);
     Registry::const_iterator findEntry(const PropertyKey& key) const;
 

@@ -75,7 +75,7 @@ public:
     virtual Poco::Dynamic::Var toJSON(int depth) const = 0;
 
     /// The key given at construction; never empty.
-    const PropertyKey& getKey() const { return m_key; }
+    const PropertyKey& getKey() const { return *m_key; }
     /// The owner, or null; not owned.
     Object* getParent() const { return m_parent; }
     /// Makes `parent` the owner and raises Updated (PROPERTY_OWNER_CHANGED) unless it already
@@ -117,8 +117,8 @@ protected:
 private:
     friend class Object;
 
-    const PropertyKey m_key;
-    Object* m_parent;  // not owned
+    const PropertyKey* const m_key;  // pooled: one copy per distinct key in the process
+    Object* m_parent;                // not owned
     // The object whose registry watches the property's Updated and Destroyed events; not owned.
     // It is the parent, except between a move's event and the old owner's reaction to it.
     std::atomic<Object*> m_watcher{nullptr};

@@ -6,6 +6,7 @@
 #include <Poco/Exception.h>
 
 #include "Data/Base/PropertyBase.h"
+#include "KeyPool.h"
 #include "Logging/Log.h"
 
 namespace Kivo::Data::Base {
@@ -52,19 +53,19 @@ namespace {
 template <class Iterator>
 Iterator lowerBound(Iterator first, Iterator last, const PropertyKey& key) {
     return std::lower_bound(first, last, key,
-                            [](const auto& entry, const PropertyKey& k) { return entry.first < k; });
+                            [](const auto& entry, const PropertyKey& k) { return *entry.first < k; });
 }
 
 }  // namespace
 
 Object::Registry::iterator Object::findEntry(const PropertyKey& key) {
     const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
-    return entry != m_ownProperties.end() && entry->first == key ? entry : m_ownProperties.end();
+    return entry != m_ownProperties.end() && *entry->first == key ? entry : m_ownProperties.end();
 }
 
 Object::Registry::const_iterator Object::findEntry(const PropertyKey& key) const {
     const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
-    return entry != m_ownProperties.end() && entry->first == key ? entry : m_ownProperties.end();
+    return entry != m_ownProperties.end() && *entry->first == key ? entry : m_ownProperties.end();
 }
 
 PropertyBase* Object::getProperty(const PropertyKey& key) const {
@@ -91,15 +92,15 @@ std::vector<PropertyKey> Object::getKnownPropertyKeys() const {
     ScopedRecursiveReadLock lock(lockRef());
     std::vector<PropertyKey> keys;
     keys.reserve(m_ownProperties.size());
-    for (const auto& entry : m_ownProperties) keys.push_back(entry.first);
+    for (const auto& entry : m_ownProperties) keys.push_back(*entry.first);
     return keys;
 }
 
 Poco::JSON::Object::Ptr Object::toJSON(int depth) const {
     ScopedRecursiveReadLock lock(lockRef());
     Poco::JSON::Object::Ptr json = new Poco::JSON::Object();
-    for (const auto& [key, property] : m_ownProperties) {
-        if (property != nullptr) json->set(property->getKey(), property->toJSON(depth));
+    for (const auto& entry : m_ownProperties) {
+        if (const PropertyBase* property = entry.second) json->set(property->getKey(), property->toJSON(depth));
     }
     return json;
 }
@@ -120,7 +121,7 @@ std::vector<PropertyKey> Object::getPropertyKeys() const {
     std::vector<PropertyKey> keys;
     keys.reserve(m_ownProperties.size());
     for (const auto& [key, property] : m_ownProperties) {
-        if (property != nullptr) keys.push_back(key);
+        if (property != nullptr) keys.push_back(*key);
     }
     return keys;
 }
@@ -138,12 +139,12 @@ std::vector<PropertyBase*> Object::getProperties() const {
 bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
     ScopedRecursiveWriteLock lock(lockRef());
     const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
-    if (entry == m_ownProperties.end() || entry->first != key) {
+    if (entry == m_ownProperties.end() || *entry->first != key) {
         // Grown one entry at a time: objects are many and their keys few, so spare room would
         // cost more than the moves.
         const auto at = entry - m_ownProperties.begin();
         m_ownProperties.reserve(m_ownProperties.size() + 1);
-        m_ownProperties.emplace(m_ownProperties.begin() + at, key, property);
+        m_ownProperties.emplace(m_ownProperties.begin() + at, &KeyPool::intern(key), property);
     } else {
         if (entry->second != nullptr) return false;
         entry->second = property;
@@ -202,7 +203,7 @@ void Object::unregisterAllProperties() {
     for (std::size_t i = 0; i < m_ownProperties.size(); ++i) {
         PropertyBase* detached = m_ownProperties[i].second;
         if (detached == nullptr) continue;
-        const PropertyKey key = m_ownProperties[i].first;
+        const PropertyKey& key = *m_ownProperties[i].first;
         onUnregisterProperty(key, detached);
         // Our own onPropertyUpdatePriv runs inside and nulls the entry we are visiting.
         detached->setParent(nullptr);

@@ -4,20 +4,25 @@
 
 #include <Poco/Exception.h>
 
+#include "KeyPool.h"
+
 namespace Kivo::Data::Base {
 
 namespace {
 
 std::atomic<std::uint64_t> g_ownerMoves{0};
 
+const PropertyKey& checkedKey(const PropertyKey& key) {
+    if (key.empty()) {
+        throw Poco::AssertionViolationException("Properties must not have an empty key");
+    }
+    return KeyPool::intern(key);
+}
+
 }  // namespace
 
 PropertyBase::PropertyBase(const PropertyKey& key, Object* parent)
-    : m_key(key), m_parent(parent), m_hadParent(parent != nullptr) {
-    if (m_key.empty()) {
-        throw Poco::AssertionViolationException("Properties must not have an empty key");
-    }
-}
+    : m_key(&checkedKey(key)), m_parent(parent), m_hadParent(parent != nullptr) {}
 
 PropertyBase::~PropertyBase() { notifyDestroyed(); }
 
@@ -55,7 +60,7 @@ void PropertyBase::notifyUpdated(PropertyEventPayload& payload) {
 }
 
 bool PropertyBase::isModifiable() const {
-    return m_parent == nullptr || m_parent->checkWriteAccess(m_key);
+    return m_parent == nullptr || m_parent->checkWriteAccess(*m_key);
 }
 
 void PropertyBase::readLock() const {
@@ -83,7 +88,7 @@ std::uint64_t PropertyBase::getOwnerMoves() {
 }
 
 void PropertyBase::registerAtOwner() {
-    if (m_parent != nullptr) m_parent->registerProperty(m_key, this);
+    if (m_parent != nullptr) m_parent->registerProperty(*m_key, this);
 }
 
 PropertyLockGuard::PropertyLockGuard(const PropertyBase& property, bool write)
