@@ -35,6 +35,16 @@ TEST(Object, TypeAndLock) {
     EXPECT_EQ("/", Object::Type("Service").path);
     EXPECT_EQ("/Service/", Object::Type("Media", TestObject("Service")).path);
 
+    // Objects of equal types share one copy, as long as one of them lives; unequal ones don't.
+    auto first = std::make_unique<TestObject>("Shared");
+    const TestObject second("Shared"), other("Other");
+    EXPECT_EQ(&first->getType(), &second.getType());
+    EXPECT_NE(&first->getType(), &other.getType());
+    EXPECT_EQ(&second.getType(), &TestObject(second, second.getLock()).getType());
+    first.reset();
+    EXPECT_EQ("Shared", second.getType().identifier) << "the type outlives the first object";
+    EXPECT_EQ(&second.getType(), &TestObject("Shared").getType());
+
     for (auto construct : {+[] { TestObject object("T", Kivo::RecursiveRWLockPtr()); },
                            +[] {
                                TestObject copy{TestObject(), Kivo::RecursiveRWLockPtr()};
