@@ -114,7 +114,7 @@ PropertyBase* Object::getProperty(const PropertyKey& key) const {
     }
     if (entry->second == nullptr) {
         QES_LOG_TRACE(getType().identifier << "::getProperty: property " << key
-                                        << " is not available");
+                                           << " is not available");
     }
     return entry->second;
 }

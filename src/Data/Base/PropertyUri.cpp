@@ -27,9 +27,7 @@ bool readsBack(const std::string& text, const Poco::URI& uri) {
 
 PropertyValue<Poco::URI>::PropertyValue(const value_type& value) { store(value, nullptr); }
 
-PropertyValue<Poco::URI>::PropertyValue(const std::string& text) {
-    store(Poco::URI(text), &text);
-}
+PropertyValue<Poco::URI>::PropertyValue(const std::string& text) { store(Poco::URI(text), &text); }
 
 PropertyValue<Poco::URI>::PropertyValue(const PropertyValue& other)
     : PropertyValueBase(other),
