@@ -212,5 +212,26 @@ TEST(ObjectConcurrency, ReadersNeverSeeAHalfDoneWrite) {
     EXPECT_EQ(2 * WRITERS * WRITES_PER_WRITER, static_cast<long>(object.events.size()));
 }
 
+// Threads that make and drop the only objects of a type meet the table while a type's last
+// object goes: each object must get a whole, equal type, whether it is the going copy's
+// replacement or another thread's new one.
+TEST(ObjectConcurrency, TypesComeAndGoWhileOthersAreMade) {
+    constexpr int THREADS = 4;
+    constexpr int OBJECTS_PER_THREAD = 2000;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&wrong, t] {
+            for (int i = 0; i < OBJECTS_PER_THREAD; ++i) {
+                const std::string name = "Racing" + std::to_string((i + t) % 3);
+                const TestObject object(name);
+                if (object.getType().identifier != name || object.getType().path != "/") ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
+}
+
 }  // namespace
 }  // namespace Kivo::Data::Base
