@@ -1,7 +1,5 @@
 #include "MediaElements.h"
 
-#include <set>
-
 #include <Data/Service.h>
 
 namespace Media {
@@ -15,8 +13,12 @@ void registerAll(std::initializer_list<PropertyBase*> properties) {
     for (PropertyBase* property : properties) property->registerAtOwner();
 }
 
-bool isOneOf(const PropertyKey& key, const std::set<PropertyKey>& keys) {
-    return keys.count(key) != 0;
+// Whether `key` is one of `keys`; the lists are short and fixed, so no set is built per call.
+bool isOneOf(const PropertyKey& key, std::initializer_list<const char*> keys) {
+    for (const char* candidate : keys) {
+        if (key == candidate) return true;
+    }
+    return false;
 }
 
 PropertyValueArray<PropertyValueString> textArray() {

@@ -175,6 +175,10 @@ protected:
     /// Stops observing `element`'s events. A delivery to the resource that is running now is
     /// waited for; none follows once this returns.
     void unregisterElementEvents(Element& element);
+    /// Runs `build`, which constructs one element of this resource, and holds what it made.
+    /// When `json` carries a valid "id" text, the element starts with that id instead of a
+    /// random one its JSON initialisation would replace; nothing else about it changes.
+    static Ptr buildElement(const Poco::JSON::Object& json, const std::function<Element*()>& build);
     /// Lets `element` read its JSON (Element::initElementFromJSON, which containers may call).
     static OperationResult initElement(Element& element, const Poco::JSON::Object* json);
     /// Files every present property of `element` that yields an index at the index of its

@@ -154,7 +154,8 @@ public:
 
 protected:
     /// Type `typeName` under the resource's type, empty name and a fresh random id (the URI is
-    /// the type path followed by that id until initElementFromJSON adjusts it).
+    /// the type path followed by that id until initElementFromJSON adjusts it). A container
+    /// building the element from JSON that carries an id gives it that id instead.
     Element(const std::string& typeName, AbstractResource& resource);
     /// The given name and id, with the URI adjusted to the resource's. Throws
     /// Poco::DataException("Failed to initalise Element!") when that fails.
@@ -187,6 +188,11 @@ protected:
 private:
     friend class AbstractResource;
     friend class OptionalPropertyBase;
+
+    // Makes the next element constructed on this thread start with `id` (not owned; it must
+    // live until then) instead of drawing a random one; null ends that. See
+    // AbstractResource::buildElement.
+    static void presetNextId(const Poco::UUID* id);
 
     OperationResult validateUpdate(const Poco::JSON::Object& json, KeyCollection& changed) const;
     void applyUpdate(const Poco::JSON::Object& json, const KeyCollection& changed);

@@ -176,7 +176,7 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
         return OperationResult(OperationResult::INVALID_OBJECT);
     }
     Util::ScopedRecursiveWriteLock lock(lockRef());
-    Ptr element(new E(*this));
+    Ptr element = buildElement(*json, [this] { return new E(*this); });
     element->adoptPropertyLock(*this);
     const OperationResult initialised = initElement(*element, json);
     if (!initialised.isSuccess()) return initialised;

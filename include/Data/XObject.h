@@ -117,8 +117,10 @@ protected:
     /// Marks `key` as written by the owner for its lifetime. REQUIRES: the write lock.
     class OwnerWrite {
     public:
-        /// Marks `key` of `object`; the destructor clears the mark.
+        /// Marks `key` of `object`; the destructor clears the mark. `key` must outlive the
+        /// mark (a property's own key does), hence no temporaries.
         OwnerWrite(XObject& object, const Base::PropertyKey& key);
+        OwnerWrite(XObject& object, Base::PropertyKey&& key) = delete;
         OwnerWrite(const OwnerWrite&) = delete;
         OwnerWrite& operator=(const OwnerWrite&) = delete;
         ~OwnerWrite();
@@ -130,7 +132,8 @@ protected:
 private:
     void registerOwnProperties();
 
-    Base::PropertyKey m_toBeModified;  // guarded by the write lock
+    // The key the owner is writing now, or null; not owned. Guarded by the write lock.
+    const Base::PropertyKey* m_toBeModified = nullptr;
     Base::PropertyUuid m_uuid;
     Base::PropertyString m_name;
     Base::PropertyUri m_uri;

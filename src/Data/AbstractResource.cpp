@@ -194,6 +194,21 @@ std::vector<Base::PropertyKey> AbstractResource::getElementPropertyKeys() const 
     return PropertyIndexUser::getPropertyKeys();
 }
 
+AbstractResource::Ptr AbstractResource::buildElement(const Poco::JSON::Object& json,
+                                                     const std::function<Element*()>& build) {
+    Poco::UUID id;
+    const bool identified = json.has(KEY_ID) && json.get(KEY_ID).isString() &&
+                            id.tryParse(json.get(KEY_ID).extract<std::string>()) && !id.isNull();
+    // Whatever `build` does, the preset ends with it.
+    struct Preset {
+        explicit Preset(const Poco::UUID* id) { Element::presetNextId(id); }
+        Preset(const Preset&) = delete;
+        Preset& operator=(const Preset&) = delete;
+        ~Preset() { Element::presetNextId(nullptr); }
+    } preset(identified ? &id : nullptr);
+    return Ptr(build());
+}
+
 OperationResult AbstractResource::initElement(Element& element, const Poco::JSON::Object* json) {
     return element.initElementFromJSON(json);
 }

@@ -51,9 +51,27 @@ void IElementDataChangedSource::DataChangedEventPayload::addSourcePropertyKeys(
     sourcePropertyKeys.insert(keys.begin(), keys.end());
 }
 
+namespace {
+
+// The id AbstractResource::buildElement read from the JSON of the element being built on this
+// thread, until that element's constructor takes it.
+thread_local const Poco::UUID* nextId = nullptr;
+
+// A random UUID costs a read of the system's random source: draw one only for an element
+// whose JSON brings no id to replace it.
+Base::PropertyValueUuid initialId() {
+    if (nextId == nullptr) return Base::PropertyValueUuid();
+    const Base::PropertyValueUuid id(*nextId);
+    nextId = nullptr;
+    return id;
+}
+
+}  // namespace
+
+void Element::presetNextId(const Poco::UUID* id) { nextId = id; }
+
 Element::Element(const std::string& typeName, AbstractResource& resource)
-    : XObject(Type(typeName, resource), Base::PropertyValueString(std::string()),
-              Base::PropertyValueUuid()),
+    : XObject(Type(typeName, resource), Base::PropertyValueString(std::string()), initialId()),
       m_resource(&resource) {}
 
 Element::Element(const std::string& typeName, AbstractResource& resource,

@@ -19,10 +19,10 @@ const std::string XObject::KEY_NAME = "name";
 const std::string XObject::KEY_URI = "uri";
 
 XObject::OwnerWrite::OwnerWrite(XObject& object, const Base::PropertyKey& key) : m_object(object) {
-    m_object.m_toBeModified = key;
+    m_object.m_toBeModified = &key;
 }
 
-XObject::OwnerWrite::~OwnerWrite() { m_object.m_toBeModified.clear(); }
+XObject::OwnerWrite::~OwnerWrite() { m_object.m_toBeModified = nullptr; }
 
 XObject::XObject(const Type& type)
     : Object(type, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
@@ -109,7 +109,7 @@ bool XObject::isChangedByOwner(const Base::PropertyKey& key) const {
     // The read lock waits out any owner write in progress on another thread, so an outside
     // writer can never observe the key of someone else's owner write.
     ScopedRecursiveReadLock lock(lockRef());
-    return key == m_toBeModified;
+    return m_toBeModified != nullptr && key == *m_toBeModified;
 }
 
 bool XObject::setId(const PropertyValueUuid& id) { return setOwnPropertyValue(id, m_uuid); }

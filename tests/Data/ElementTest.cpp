@@ -1,6 +1,7 @@
 #include "Data/Element.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -279,6 +280,50 @@ TEST(ElementContainer, AddGetAndRemoveResults) {
     // A removed element that a caller still holds no longer moves the indexes.
     ASSERT_TRUE(held->setProperty("title", "delta").isSuccess());
     EXPECT_EQ(Texts{}, tree.byKey("title", "%"));
+}
+
+// An element takes the id its JSON brings; only one without a usable id draws a random one, as
+// does an element built outside an addition. Every element of a resource shares one type.
+TEST(ElementContainer, ElementsTakeTheirJsonIdAndShareOneType) {
+    Tree tree;
+    struct Row {
+        std::string id;  // the member's JSON text; empty: no "id" member
+        OperationResult::Value result;
+    };
+    const Row rows[] = {
+        {"\"" + uuidOf(1) + "\"", OperationResult::OK},
+        {"", OperationResult::OK},
+        {"", OperationResult::OK},
+        {"\"not-a-uuid\"", OperationResult::INVALID_VALUE},
+        {"\"00000000-0000-0000-0000-000000000000\"", OperationResult::INVALID_VALUE},
+        {"17", OperationResult::INVALID_VALUE},
+        {"\"" + uuidOf(1) + "\"", OperationResult::DUPLICATE},
+    };
+    std::size_t expected = 0;
+    for (const Row& row : rows) {
+        const std::string json =
+            "{" + (row.id.empty() ? "" : "\"id\":" + row.id + ",") + "\"title\":\"t\"}";
+        EXPECT_EQ(row.result, tree.items.addElement(parseObject(json).get()).value()) << json;
+        if (row.result == OperationResult::OK) ++expected;
+        EXPECT_EQ(expected, tree.items.size()) << json;
+    }
+    AbstractResource::ElementQueryResult all;
+    ASSERT_TRUE(tree.items.getElements(all, 0, 10).isSuccess());
+    ASSERT_EQ(3u, all.size());
+    const AbstractResource::Ptr detached = tree.items.createDetachedElement();
+    all.push_back(detached);
+    std::set<Poco::UUID> ids;
+    for (const auto& element : all) {
+        const Poco::UUID id = element->getIdentification();
+        EXPECT_FALSE(id.isNull());
+        ids.insert(id);
+        EXPECT_EQ(&all[0]->getType(), &element->getType()) << "one type for all elements";
+        if (element != detached) {
+            EXPECT_EQ("/Media/Items/" + id.toString(), element->getUri().getValue().toString());
+        }
+    }
+    EXPECT_EQ(1u, ids.count(Poco::UUID(uuidOf(1))));
+    EXPECT_EQ(4u, ids.size()) << "drawn ids are fresh, and a preset id is not taken twice";
 }
 
 TEST(ElementContainer, PagesInIdOrder) {

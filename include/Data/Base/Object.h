@@ -2,6 +2,7 @@
 #define QESSERVICEDATALIB_DATA_BASE_OBJECT_H
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -102,8 +103,10 @@ public:
     };
 
     /// Throws Poco::NullPointerException("Every Object requires a RWLock!") for a null lock.
+    /// Objects of equal types (name, identifier and path alike) share one copy of the type for
+    /// as long as any of them lives.
     Object(const Type& type, const Kivo::RecursiveRWLockPtr& lock);
-    /// Copies only `other`'s type: the registry starts empty and the lock is `lock`.
+    /// Shares `other`'s type: the registry starts empty and the lock is `lock`.
     Object(const Object& other, const Kivo::RecursiveRWLockPtr& lock);
     /// Copies neither registry entries nor the lock; subclasses assign their own values.
     Object& operator=(const Object& other);
@@ -121,7 +124,7 @@ public:
     virtual Poco::JSON::Object::Ptr toJSON(int depth) const;
 
     /// The type given at construction; it never changes.
-    const Type& getType() const { return m_type; }
+    const Type& getType() const { return *m_type; }
     /// True when `key` has a property now.
     bool hasProperty(const PropertyKey& key) const;
     /// True when `key` is registered at all, with or without property.
@@ -190,6 +193,9 @@ protected:
 private:
     friend class PropertyBase;
 
+    // The constructors' common part; throws as the public one does.
+    Object(std::shared_ptr<const Type> type, const Kivo::RecursiveRWLockPtr& lock);
+
     // Key to property in byte-wise key order, as PropertyReferenceMap orders them. An object has
     // a handful of properties: a sorted vector is one block where a map has one per key.
     // The keys are pooled (one copy per distinct key in the process).
@@ -200,7 +206,8 @@ private:
     Registry m_ownProperties;  // guarded by *m_propertyLock
     // Mutable because adopting or resetting the lock does not change the object's value.
     mutable Kivo::RecursiveRWLockPtr m_propertyLock;
-    Type m_type;
+    // Never null; shared with every live object of an equal type.
+    std::shared_ptr<const Type> m_type;
 };
 
 }  // namespace Kivo::Data::Base

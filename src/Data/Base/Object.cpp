@@ -1,9 +1,11 @@
 #include "Data/Base/Object.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
+#include <Poco/Mutex.h>
 
 #include "Data/Base/PropertyBase.h"
 #include "KeyPool.h"
@@ -13,6 +15,60 @@ namespace Kivo::Data::Base {
 
 using Util::ScopedRecursiveReadLock;
 using Util::ScopedRecursiveWriteLock;
+
+namespace {
+
+// The types live objects use, one copy of each: an element's type is the same for every
+// element of its resource, and so is a reference placeholder's for every placeholder of one
+// target resource. A type leaves the table when its last object goes, so types made up from
+// texts clients send do not pile up.
+class TypeTable {
+public:
+    // The table's copy of a type equal to `type`, made now if no live object has one.
+    std::shared_ptr<const Object::Type> intern(const Object::Type& type) {
+        Poco::FastMutex::ScopedLock lock(m_mutex);
+        const auto entry = m_types.find(&type);
+        if (entry != m_types.end()) {
+            if (std::shared_ptr<const Object::Type> shared = entry->second.lock()) return shared;
+            // Its last object is going: the deleter waits for the mutex and will find the
+            // entry replaced.
+            m_types.erase(entry);
+        }
+        std::shared_ptr<const Object::Type> shared(
+            new Object::Type(type), [this](const Object::Type* gone) { forget(gone); });
+        m_types.emplace(shared.get(), shared);
+        return shared;
+    }
+
+private:
+    struct Less {
+        bool operator()(const Object::Type* a, const Object::Type* b) const {
+            if (a->identifier != b->identifier) return a->identifier < b->identifier;
+            if (a->path != b->path) return a->path < b->path;
+            return a->name < b->name;
+        }
+    };
+
+    void forget(const Object::Type* gone) {
+        {
+            Poco::FastMutex::ScopedLock lock(m_mutex);
+            const auto entry = m_types.find(gone);
+            if (entry != m_types.end() && entry->first == gone) m_types.erase(entry);
+        }
+        delete gone;
+    }
+
+    Poco::FastMutex m_mutex;
+    std::map<const Object::Type*, std::weak_ptr<const Object::Type>, Less> m_types;
+};
+
+TypeTable& typeTable() {
+    // Never destroyed: objects of static storage may go after any static table would.
+    static TypeTable* const table = new TypeTable;
+    return *table;
+}
+
+}  // namespace
 
 Object::Type::Type(const std::string& typeName)
     : name(typeName), identifier(typeName), path("/") {}
@@ -26,7 +82,10 @@ Object::Type::Type(const std::string& typeName, const Type& parentType)
       path(parentType.path + parentType.name + "/") {}
 
 Object::Object(const Type& type, const Kivo::RecursiveRWLockPtr& lock)
-    : m_propertyLock(lock), m_type(type) {
+    : Object(typeTable().intern(type), lock) {}
+
+Object::Object(std::shared_ptr<const Type> type, const Kivo::RecursiveRWLockPtr& lock)
+    : m_propertyLock(lock), m_type(std::move(type)) {
     if (!m_propertyLock) throw Poco::NullPointerException("Every Object requires a RWLock!");
 }
 
@@ -72,12 +131,12 @@ PropertyBase* Object::getProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
     const auto entry = findEntry(key);
     if (entry == m_ownProperties.end()) {
-        QES_LOG_WARNING(m_type.identifier << "::getProperty: property " << key << " is unknown");
+        QES_LOG_WARNING(getType().identifier << "::getProperty: property " << key << " is unknown");
         return nullptr;
     }
     if (entry->second == nullptr) {
-        QES_LOG_TRACE(m_type.identifier << "::getProperty: property " << key
-                                        << " is not available");
+        QES_LOG_TRACE(getType().identifier << "::getProperty: property " << key
+                                           << " is not available");
     }
     return entry->second;
 }

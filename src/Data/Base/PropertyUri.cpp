@@ -1,22 +1,146 @@
 #include "Data/Base/PropertyUri.h"
 
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+
 #include <Poco/Exception.h>
 
 #include "Logging/Log.h"
 
 namespace Kivo::Data::Base {
 
-template <>
-bool PropertyValue<Poco::URI>::operator<(const PropertyValue<Poco::URI>& other) const {
-    return m_value.getPath() < other.m_value.getPath();
+namespace {
+
+// Whether `text`, the URI library's text of `uri`, reads back as `uri` in every part, the
+// port as given included.
+bool readsBack(const std::string& text, const Poco::URI& uri) {
+    try {
+        const Poco::URI again(text);
+        return again == uri && again.getSpecifiedPort() == uri.getSpecifiedPort();
+    } catch (const Poco::SyntaxException&) {
+        return false;
+    }
 }
 
-template <>
-bool PropertyValue<Poco::URI>::operator>(const PropertyValue<Poco::URI>& other) const {
-    return m_value.getPath() > other.m_value.getPath();
+}  // namespace
+
+PropertyValue<Poco::URI>::PropertyValue(const value_type& value) { store(value, nullptr); }
+
+PropertyValue<Poco::URI>::PropertyValue(const std::string& text) { store(Poco::URI(text), &text); }
+
+PropertyValue<Poco::URI>::PropertyValue(const PropertyValue& other)
+    : PropertyValueBase(other),
+      m_text(other.m_text),
+      m_pathBegin(other.m_pathBegin),
+      m_pathLength(other.m_pathLength) {
+    // A regular copy parses again when asked: most copies (index keys, old values) never are.
+    if (!isRegular()) m_uri.store(new value_type(other.uri()));
 }
 
-template class PropertyValue<Poco::URI>;
+PropertyValue<Poco::URI>& PropertyValue<Poco::URI>::operator=(const PropertyValue& other) {
+    if (&other == this) return *this;
+    std::unique_ptr<value_type> kept(other.isRegular() ? nullptr : new value_type(other.uri()));
+    m_text = other.m_text;
+    m_pathBegin = other.m_pathBegin;
+    m_pathLength = other.m_pathLength;
+    delete m_uri.exchange(kept.release());
+    return *this;
+}
+
+PropertyValue<Poco::URI>::~PropertyValue() { delete m_uri.load(); }
+
+void PropertyValue<Poco::URI>::store(const value_type& uri, const std::string* source) {
+    std::string text = uri.toString();
+    const bool same = (source != nullptr && *source == text) || readsBack(text, uri);
+    const std::string& path = uri.getPath();
+    const std::size_t at = path.empty() ? 0 : text.find(path);
+    const bool regular = same && at != std::string::npos && text.size() < IRREGULAR;
+    std::unique_ptr<value_type> kept(regular ? nullptr : new value_type(uri));
+    m_text.swap(text);
+    m_pathBegin = regular ? static_cast<std::uint32_t>(at) : 0;
+    m_pathLength = regular ? static_cast<std::uint32_t>(path.size()) : IRREGULAR;
+    delete m_uri.exchange(kept.release());
+}
+
+const Poco::URI& PropertyValue<Poco::URI>::uri() const {
+    value_type* cached = m_uri.load(std::memory_order_acquire);
+    if (cached != nullptr) return *cached;
+    // Only a regular URI gets here: its text reads back as the URI it stands for.
+    std::unique_ptr<value_type> parsed(new value_type(m_text));
+    if (m_uri.compare_exchange_strong(cached, parsed.get(), std::memory_order_acq_rel,
+                                      std::memory_order_acquire)) {
+        return *parsed.release();
+    }
+    return *cached;
+}
+
+std::string_view PropertyValue<Poco::URI>::path() const {
+    if (!isRegular()) return uri().getPath();
+    return std::string_view(m_text).substr(m_pathBegin, m_pathLength);
+}
+
+bool PropertyValue<Poco::URI>::isValidStringValue(const std::string& text) const {
+    value_type parsed;
+    return parseString(text, parsed) && isValidValue(parsed);
+}
+
+bool PropertyValue<Poco::URI>::setValue(const value_type& value) {
+    if (!isValidValue(value)) return false;
+    store(value, nullptr);
+    return true;
+}
+
+bool PropertyValue<Poco::URI>::setValueFromString(const std::string& text) {
+    value_type parsed;
+    if (!parseString(text, parsed) || !isValidValue(parsed)) return false;
+    store(parsed, &text);
+    return true;
+}
+
+bool PropertyValue<Poco::URI>::operator==(const PropertyValue& other) const {
+    // Two regular URIs are equal exactly when their texts are: the text is made from the
+    // parts the URI library compares, and reads back as them.
+    if (isRegular() && other.isRegular()) return m_text == other.m_text;
+    return uri() == other.uri();
+}
+
+bool PropertyValue<Poco::URI>::operator<(const PropertyValueBase& other) const {
+    return *this < *convert(other);
+}
+
+bool PropertyValue<Poco::URI>::operator>(const PropertyValueBase& other) const {
+    return *this > *convert(other);
+}
+
+bool PropertyValue<Poco::URI>::operator==(const PropertyValueBase& other) const {
+    return isLikeType(other) && *this == *convert(other);
+}
+
+bool PropertyValue<Poco::URI>::operator!=(const PropertyValueBase& other) const {
+    // Kept on purpose: the untyped inequality answers like the untyped equality.
+    return isLikeType(other) && *this == *convert(other);
+}
+
+int PropertyValue<Poco::URI>::compare(const PropertyValueBase& other) const {
+    const PropertyValue& typed = *convert(other);
+    if (*this < typed) return -1;
+    return typed < *this ? 1 : 0;
+}
+
+PropertyValue<Poco::URI>* PropertyValue<Poco::URI>::convert(PropertyValueBase& base) {
+    if (base.type() != typeid(value_type)) {
+        throw std::runtime_error("Invalid property value conversion");
+    }
+    return static_cast<PropertyValue*>(&base);
+}
+
+const PropertyValue<Poco::URI>* PropertyValue<Poco::URI>::convert(const PropertyValueBase& base) {
+    if (base.type() != typeid(value_type)) {
+        throw std::runtime_error("Invalid property value conversion");
+    }
+    return static_cast<const PropertyValue*>(&base);
+}
 
 bool PropertyValueUri::parseString(const std::string& text, Poco::URI& out) const {
     try {
@@ -29,8 +153,15 @@ bool PropertyValueUri::parseString(const std::string& text, Poco::URI& out) cons
 }
 
 std::vector<std::string> PropertyValueUri::getPathSegments() const {
+    // The URI library's split: the path's parts between slashes, empty parts left out.
     std::vector<std::string> segments;
-    m_value.getPathSegments(segments);
+    const std::string_view whole = path();
+    std::size_t begin = 0;
+    while (begin <= whole.size()) {
+        const std::size_t end = std::min(whole.find('/', begin), whole.size());
+        if (end > begin) segments.emplace_back(whole.substr(begin, end - begin));
+        begin = end + 1;
+    }
     return segments;
 }
 

@@ -35,6 +35,16 @@ TEST(Object, TypeAndLock) {
     EXPECT_EQ("/", Object::Type("Service").path);
     EXPECT_EQ("/Service/", Object::Type("Media", TestObject("Service")).path);
 
+    // Objects of equal types share one copy, as long as one of them lives; unequal ones don't.
+    auto first = std::make_unique<TestObject>("Shared");
+    const TestObject second("Shared"), other("Other");
+    EXPECT_EQ(&first->getType(), &second.getType());
+    EXPECT_NE(&first->getType(), &other.getType());
+    EXPECT_EQ(&second.getType(), &TestObject(second, second.getLock()).getType());
+    first.reset();
+    EXPECT_EQ("Shared", second.getType().identifier) << "the type outlives the first object";
+    EXPECT_EQ(&second.getType(), &TestObject("Shared").getType());
+
     for (auto construct : {+[] { TestObject object("T", Kivo::RecursiveRWLockPtr()); },
                            +[] {
                                TestObject copy{TestObject(), Kivo::RecursiveRWLockPtr()};
@@ -211,6 +221,27 @@ TEST(ObjectConcurrency, ReadersNeverSeeAHalfDoneWrite) {
     EXPECT_EQ(WRITERS * WRITES_PER_WRITER, a.getValue());
     EXPECT_EQ(WRITERS * WRITES_PER_WRITER, b.getValue());
     EXPECT_EQ(2 * WRITERS * WRITES_PER_WRITER, static_cast<long>(object.events.size()));
+}
+
+// Threads that make and drop the only objects of a type meet the table while a type's last
+// object goes: each object must get a whole, equal type, whether it is the going copy's
+// replacement or another thread's new one.
+TEST(ObjectConcurrency, TypesComeAndGoWhileOthersAreMade) {
+    constexpr int THREADS = 4;
+    constexpr int OBJECTS_PER_THREAD = 2000;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&wrong, t] {
+            for (int i = 0; i < OBJECTS_PER_THREAD; ++i) {
+                const std::string name = "Racing" + std::to_string((i + t) % 3);
+                const TestObject object(name);
+                if (object.getType().identifier != name || object.getType().path != "/") ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
 }
 
 }  // namespace

@@ -253,6 +253,65 @@ TEST(PropertyValue, MatchesTheWholeTextOnly) {
     EXPECT_FALSE(boolean.matches(Poco::RegularExpression("x*"))) << "empty match never counts";
 }
 
+// A URI value keeps only a text, yet answers every question as the URI it was given would:
+// texts, equality of whole URIs, ordering by path, path segments and the URI itself, also for
+// URIs whose text does not read back as them (a relative URI with a host, a well-known port
+// given explicitly, one built part by part).
+TEST(PropertyValueUri, AnswersAsTheUriLibrary) {
+    Poco::URI built;
+    built.setHost("host");
+    built.setPath("/a");
+    std::vector<Poco::URI> uris = {built};
+    for (const char* text :
+         {"/svc/a", "/a", "/a?x=1", "http://one/a", "HTTP://Host:80/a%20b?x=%41#f%20g",
+          "http://host/a%20b?x=%41#f%20g", "//host/a", "http://u@h:8080/p/q/", "/a%2Fb", "/a/b",
+          "mailto:someone@example.org", "urn:x:y", "file:///tmp/x", "http://[::1]:8080/x",
+          "http://h:80/a", "http://h/a", "/a//b/", "?q", "#frag", ""}) {
+        uris.emplace_back(text);
+    }
+    std::vector<PropertyValueUri> values;
+    for (const Poco::URI& uri : uris) values.emplace_back(uri);
+    for (std::size_t i = 0; i < uris.size(); ++i) {
+        const Poco::URI& uri = uris[i];
+        const std::string name = "row " + std::to_string(i) + " " + uri.toString();
+        PropertyValueUri copy(values[i]), assigned;
+        assigned = copy;
+        for (const PropertyValueUri* value : {&values[i], &copy, &assigned}) {
+            EXPECT_EQ(uri.toString(), value->toString()) << name;
+            EXPECT_TRUE(uri == value->getValue()) << name;
+            EXPECT_EQ(uri.getSpecifiedPort(), value->getValue().getSpecifiedPort()) << name;
+        }
+        std::vector<std::string> segments;
+        uri.getPathSegments(segments);
+        EXPECT_EQ(segments, values[i].getPathSegments()) << name;
+        if (i > 0 && !uri.empty()) {
+            PropertyValueUri read;
+            ASSERT_TRUE(read.setValueFromString(uri.toString())) << name;
+            const Poco::URI reread(uri.toString());
+            EXPECT_EQ(reread.toString(), read.toString()) << name;
+            EXPECT_TRUE(reread == read.getValue()) << name;
+        }
+        for (std::size_t j = 0; j < uris.size(); ++j) {
+            const std::string pair = name + " / " + uris[j].toString();
+            const int byPath = uri.getPath().compare(uris[j].getPath());
+            EXPECT_EQ(uri == uris[j], values[i] == values[j]) << pair;
+            EXPECT_EQ(uri != uris[j], values[i] != values[j]) << pair;
+            EXPECT_EQ(uri == uris[j], values[i] == static_cast<const PropertyValueBase&>(values[j]))
+                << pair;
+            EXPECT_EQ(byPath < 0 ? -1 : byPath > 0 ? 1 : 0, values[i].compare(values[j])) << pair;
+        }
+    }
+    // Readers asking for the URI at once all get the same one.
+    const PropertyValueUri shared("http://host/a?x=1");
+    std::vector<const Poco::URI*> seen(4);
+    std::vector<std::thread> readers;
+    for (auto& answer : seen) {
+        readers.emplace_back([&shared, &answer] { answer = &shared.getValue(); });
+    }
+    for (std::thread& reader : readers) reader.join();
+    for (const Poco::URI* answer : seen) EXPECT_EQ(&shared.getValue(), answer);
+}
+
 TEST(PropertyValueUri, LogsAndRefusesTextTheUriLibraryRejects) {
     const std::string bad = "http://host:abc/x";
     std::string reason;
