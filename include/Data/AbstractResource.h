@@ -194,6 +194,14 @@ protected:
     /// marks it as no longer held. A container calls it under the write lock as it takes the
     /// element out.
     void announceRemoved(Element& element);
+    /// Records where the container keeps `element`'s Ptr (null as it takes it out), so that
+    /// heldEntry maps an indexed object back to it without a lookup by id. The Ptr must stay
+    /// at that address while recorded (a map entry does). REQUIRES: the write lock.
+    static void setHeldEntry(Element& element, const Ptr* entry);
+    /// The Ptr this resource recorded for `object`, or null when `object` is not an element
+    /// this resource holds (an index can list another owner when a property moved).
+    /// REQUIRES: the read lock.
+    const Ptr* heldEntry(Base::Object* object) const;
     /// The description of a resource whose elements look like `prototype` (a fresh element,
     /// whose unset optional properties are given their initial values here):
     ///

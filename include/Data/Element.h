@@ -215,6 +215,8 @@ private:
     // Whether a container holds the element, so that its changes go to the service's element
     // observer. Set and cleared by AbstractResource under the write lock.
     bool m_held = false;
+    // The holding container's Ptr to the element, or null. Set under the write lock.
+    const Poco::SharedPtr<Element>* m_heldEntry = nullptr;
 };
 
 }  // namespace Kivo::Data

@@ -155,6 +155,7 @@ void ElementContainer<E>::clear() {
         for (auto& entry : m_elements) {
             unindexElementProperties(*entry.second);
             announceRemoved(*entry.second);
+            setHeldEntry(*entry.second, nullptr);
         }
         removed.swap(m_elements);
     }
@@ -182,7 +183,7 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
     if (!initialised.isSuccess()) return initialised;
     const Poco::UUID id = element->getIdentification();
     if (m_elements.count(id) != 0) return OperationResult(OperationResult::DUPLICATE);
-    m_elements.emplace(id, element);
+    setHeldEntry(*element, &m_elements.emplace(id, element).first->second);
     attach(*element);
     announceAdded(*element);
     return OperationResult(OperationResult::OK);
@@ -240,6 +241,7 @@ OperationResult ElementContainer<E>::removeHeld(const Poco::UUID& id) {
         if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
         unindexElementProperties(*entry->second);
         announceRemoved(*entry->second);
+        setHeldEntry(*entry->second, nullptr);
         removed.insert(m_elements.extract(entry));
     }
     release(removed);
@@ -253,10 +255,7 @@ OperationResult ElementContainer<E>::findElements(const Base::PropertyIndexQuery
     Util::ScopedRecursiveReadLock lock(lockRef());
     ElementQueryResult found;
     for (Base::Object* object : find(query)) {
-        const auto entry = m_elements.find(object->getIdentification());
-        if (entry != m_elements.end() && entry->second.get() == object) {
-            found.push_back(entry->second);
-        }
+        if (const Ptr* entry = heldEntry(object)) found.push_back(*entry);
     }
     result.swap(found);
     return OperationResult(OperationResult::OK);

@@ -248,6 +248,15 @@ void AbstractResource::unregisterElementEvents(Element& element) {
     element.OptionalPropertySet -= Poco::delegate(this, &AbstractResource::onOptionalPropertyChanged);
 }
 
+void AbstractResource::setHeldEntry(Element& element, const Ptr* entry) {
+    element.m_heldEntry = entry;
+}
+
+const AbstractResource::Ptr* AbstractResource::heldEntry(Base::Object* object) const {
+    const Element* element = dynamic_cast<const Element*>(object);
+    return element != nullptr && element->m_resource == this ? element->m_heldEntry : nullptr;
+}
+
 void AbstractResource::announceAdded(Element& element) {
     element.m_held = true;
     if (IElementObserver* observer = m_service.getElementObserver()) {

@@ -44,11 +44,12 @@ public:
     std::string createRegEx(const std::string& text) const;
 
 protected:
-    /// Adds to `result` the objects of `index` for one text, skipping those in `seen`. `re` is
-    /// the compiled expression of a wildcard text and null for an exact text.
+    /// Adds to `result` the objects of `index` for one text. `re` is the compiled expression
+    /// of a wildcard text and null for an exact text.
     static void collect(const PropertyIndexBase& index, const std::string& text,
-                        const Poco::RegularExpression* re, std::set<Object*>& seen,
-                        std::vector<Object*>& result);
+                        const Poco::RegularExpression* re, std::vector<Object*>& result);
+    /// Keeps the first place of each object in `objects` and drops its later ones.
+    static void keepFirst(std::vector<Object*>& objects);
     /// Whether `text` holds a "%", which makes it a pattern rather than an exact text.
     static bool hasWildcard(const std::string& text);
 };

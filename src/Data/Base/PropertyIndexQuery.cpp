@@ -39,26 +39,36 @@ bool IndexTextQueryBase::hasWildcard(const std::string& text) {
 }
 
 void IndexTextQueryBase::collect(const PropertyIndexBase& index, const std::string& text,
-                                 const Poco::RegularExpression* re, std::set<Object*>& seen,
-                                 std::vector<Object*>& result) {
-    // An index may hold two entries of one object (a property moved onto a filed object).
-    for (Object* object : re == nullptr ? index.find(text) : index.find(*re)) {
-        if (seen.insert(object).second) result.push_back(object);
-    }
+                                 const Poco::RegularExpression* re, std::vector<Object*>& result) {
+    const std::vector<Object*> found = re == nullptr ? index.find(text) : index.find(*re);
+    result.insert(result.end(), found.begin(), found.end());
+}
+
+void IndexTextQueryBase::keepFirst(std::vector<Object*>& objects) {
+    if (objects.size() < 2) return;
+    // Repeats are rare (an object found by two texts or keys, or a property moved onto a filed
+    // object): a sorted copy tells whether there are any without a node per object.
+    std::vector<Object*> sorted(objects);
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end()) return;
+    std::set<Object*> seen;
+    objects.erase(std::remove_if(objects.begin(), objects.end(),
+                                 [&seen](Object* object) { return !seen.insert(object).second; }),
+                  objects.end());
 }
 
 std::vector<Object*> IndexFreeTextQuery::operator()(
     const PropertyIndexReferenceMap& indexes) const {
     std::vector<Object*> result;
-    std::set<Object*> seen;
     for (const std::string& text : values) {
         // One expression per text serves every index.
         const auto re = hasWildcard(text) ? compile(*this, text) : nullptr;
         for (const auto& entry : indexes) {
             if (entry.second.isNull()) throw Poco::NullPointerException();
-            collect(*entry.second, text, re.get(), seen, result);
+            collect(*entry.second, text, re.get(), result);
         }
     }
+    keepFirst(result);
     return result;
 }
 
@@ -67,20 +77,11 @@ std::vector<Object*> IndexGenericValueQuery::operator()(
     std::vector<Object*> result;
     const auto entry = indexes.find(key);
     if (entry == indexes.end() || entry->second.isNull()) return result;
-    std::set<Object*> seen;
-    if (values.size() == 1 && !hasWildcard(*values.begin())) {
-        // The common single exact text: a set is needed only where there are two to compare.
-        result = entry->second->find(*values.begin());
-        if (result.size() < 2) return result;
-        result.erase(std::remove_if(result.begin(), result.end(),
-                                    [&seen](Object* object) { return !seen.insert(object).second; }),
-                     result.end());
-        return result;
-    }
     for (const std::string& text : values) {
         const auto re = hasWildcard(text) ? compile(*this, text) : nullptr;
-        collect(*entry->second, text, re.get(), seen, result);
+        collect(*entry->second, text, re.get(), result);
     }
+    keepFirst(result);
     return result;
 }
 
