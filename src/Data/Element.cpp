@@ -126,12 +126,14 @@ OperationResult Element::setProperty(const PropertyKey& key, const std::string& 
         return OperationResult(OperationResult::FORBIDDEN);
     }
     ScopedRecursiveWriteLock lock(lockRef());
-    if (!knowsProperty(key)) {
+    // A property found is known: the second look-up is only needed for the rest.
+    PropertyBase* property = findProperty(key);
+    if (property == nullptr && !knowsProperty(key)) {
         QES_LOG_ERROR(getType().name << "::setProperty: request with unknown property " << key);
         return OperationResult(OperationResult::UNKNOWN_PROPERTY);
     }
     bool accepted = false;
-    if (PropertyBase* property = findProperty(key)) {
+    if (property != nullptr) {
         accepted = property->setValueFromString(value);
     } else {
         OptionalPropertyBase* optional = findOptional(key);
