@@ -46,16 +46,17 @@ DataChangedDispatcher& DataChangedDispatcher::instance() {
     return *dispatcher;
 }
 
-void DataChangedDispatcher::post(Delegates delegates, const void* sender, const Payload& payload) {
+void DataChangedDispatcher::post(const Delegates& delegates, const void* sender,
+                                 const Payload& payload) {
+    std::unique_ptr<Delivery> delivery(new Delivery{delegates, sender, payload});
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_synchronous) {
         lock.unlock();
-        Delivery delivery{std::move(delegates), sender, payload};
         DeliveringScope delivering;
-        deliver(delivery);
+        deliver(*delivery);
         return;
     }
-    m_queue.push_back(Delivery{std::move(delegates), sender, payload});
+    m_queue.push_back(std::move(delivery));
     if (!m_draining) startDrainer();
 }
 
@@ -123,7 +124,7 @@ void DataChangedDispatcher::waitUntilIdle(std::unique_lock<std::mutex>& lock) {
 
 void DataChangedDispatcher::run() {
     DeliveringScope delivering;
-    std::vector<Delivery> batch;
+    std::vector<std::unique_ptr<Delivery>> batch;
     bool lingered = false;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
@@ -143,7 +144,7 @@ void DataChangedDispatcher::run() {
         // The emptied batch goes back as the queue: both keep their capacity.
         batch.swap(m_queue);
         lock.unlock();
-        for (Delivery& delivery : batch) deliver(delivery);
+        for (const std::unique_ptr<Delivery>& delivery : batch) deliver(*delivery);
         batch.clear();
         lock.lock();
     }

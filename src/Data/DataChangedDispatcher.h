@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -29,8 +30,8 @@ public:
 
     // Queues one delivery to `delegates` (the event's subscribers when it was raised; those
     // removed since are disabled and skipped), or makes it at once after shutdown(); never
-    // throws for a busy pool.
-    void post(Delegates delegates, const void* sender, const Payload& payload);
+    // throws for a busy pool. The delivery's own copy of `delegates` is the only one made.
+    void post(const Delegates& delegates, const void* sender, const Payload& payload);
 
     bool drain();
     bool shutdown();
@@ -60,7 +61,9 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_idle;    // notified when the drainer finds the queue empty
     std::condition_variable m_hurry;   // cuts the drainer's linger short for a waiter
-    std::vector<Delivery> m_queue;     // guarded by m_mutex
+    // Guarded by m_mutex. Held by pointer: growing the queue moves no delegate list, whose
+    // type can only be copied.
+    std::vector<std::unique_ptr<Delivery>> m_queue;
     int m_waiters = 0;                 // guarded by m_mutex: threads in waitUntilIdle
     bool m_draining = false;           // guarded by m_mutex: a thread owns the queue
     bool m_shutdownAsked = false;      // guarded by m_mutex: go synchronous once the queue is empty
