@@ -46,16 +46,17 @@ DataChangedDispatcher& DataChangedDispatcher::instance() {
     return *dispatcher;
 }
 
-void DataChangedDispatcher::post(Delegates delegates, const void* sender, const Payload& payload) {
+void DataChangedDispatcher::post(const Delegates& delegates, const void* sender,
+                                 const Payload& payload) {
+    std::unique_ptr<Delivery> delivery(new Delivery{delegates, sender, payload});
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_synchronous) {
         lock.unlock();
-        Delivery delivery{std::move(delegates), sender, payload};
         DeliveringScope delivering;
-        deliver(delivery);
+        deliver(*delivery);
         return;
     }
-    m_queue.push_back(Delivery{std::move(delegates), sender, payload});
+    m_queue.push_back(std::move(delivery));
     if (!m_draining) startDrainer();
 }
 
@@ -106,6 +107,9 @@ bool DataChangedDispatcher::isSynchronous() {
 }
 
 void DataChangedDispatcher::waitUntilIdle(std::unique_lock<std::mutex>& lock) {
+    // A waiter keeps the drainer from lingering, this thread's own run() below included.
+    ++m_waiters;
+    m_hurry.notify_all();
     if (!m_draining && !m_queue.empty()) {
         // No pool task drains the queue (starting one failed): drain it here.
         m_draining = true;
@@ -114,23 +118,35 @@ void DataChangedDispatcher::waitUntilIdle(std::unique_lock<std::mutex>& lock) {
         lock.lock();
     }
     m_idle.wait(lock, [this] { return !m_draining && m_queue.empty(); });
+    --m_waiters;
     if (m_shutdownAsked) m_synchronous = true;
 }
 
 void DataChangedDispatcher::run() {
     DeliveringScope delivering;
+    std::vector<std::unique_ptr<Delivery>> batch;
+    bool lingered = false;
+    std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
-        std::unique_lock<std::mutex> lock(m_mutex);
         if (m_queue.empty()) {
+            if (!lingered && m_waiters == 0 && !m_shutdownAsked) {
+                lingered = true;
+                m_hurry.wait_for(lock, LINGER,
+                                 [this] { return m_waiters > 0 || m_shutdownAsked; });
+                continue;
+            }
             m_draining = false;
             if (m_shutdownAsked) m_synchronous = true;
             m_idle.notify_all();
             return;
         }
-        Delivery delivery = std::move(m_queue.front());
-        m_queue.pop_front();
+        lingered = false;
+        // The emptied batch goes back as the queue: both keep their capacity.
+        batch.swap(m_queue);
         lock.unlock();
-        deliver(delivery);
+        for (const std::unique_ptr<Delivery>& delivery : batch) deliver(*delivery);
+        batch.clear();
+        lock.lock();
     }
 }
 

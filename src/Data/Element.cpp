@@ -138,12 +138,14 @@ OperationResult Element::setProperty(const PropertyKey& key, const std::string& 
         return OperationResult(OperationResult::FORBIDDEN);
     }
     ScopedRecursiveWriteLock lock(lockRef());
-    if (!knowsProperty(key)) {
+    // A property found is known: the second look-up is only needed for the rest.
+    PropertyBase* property = findProperty(key);
+    if (property == nullptr && !knowsProperty(key)) {
         QES_LOG_ERROR(getType().name << "::setProperty: request with unknown property " << key);
         return OperationResult(OperationResult::UNKNOWN_PROPERTY);
     }
     bool accepted = false;
-    if (PropertyBase* property = findProperty(key)) {
+    if (property != nullptr) {
         accepted = property->setValueFromString(value);
     } else {
         OptionalPropertyBase* optional = findOptional(key);
@@ -430,10 +432,10 @@ void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
         return;
     }
     if (m_held) announceChanged(payload.getSourcePropertyKeys());
-    auto delegates = DataChanged.copyDelegates();
+    const auto delegates = DataChanged.copyDelegates();
     // Without subscribers there is nobody to deliver to, now or later.
     if (delegates.empty()) return;
-    DataChangedDispatcher::instance().post(std::move(delegates), this, payload);
+    DataChangedDispatcher::instance().post(delegates, this, payload);
 }
 
 void Element::announceChanged(const KeyCollection& keys) const {

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <Poco/Delegate.h>
 #include <Poco/Event.h>
@@ -131,6 +133,71 @@ TEST(DataChangedDelivery, DrainWaitsForTheQueueWhereTheWaitCanEnd) {
     EXPECT_FALSE(subscriber.drainedInside);
     EXPECT_FALSE(DataChangedDelivery::isShutDown());
     release.join();
+}
+
+
+// Raises are taken out of the queue in batches; whether writers raise in one stream or in
+// bursts with the pool task gone between them, each element's raises arrive once each, in the
+// order made, with their keys, and drain() between bursts finds everything delivered.
+TEST(DataChangedDelivery, BatchedRaisesArriveOnceInOrderPerElement) {
+    struct Case {
+        int writers;
+        int bursts;
+        int writesPerBurst;
+        std::chrono::milliseconds pause;  // between bursts, longer than the drainer lingers
+        bool drainBetween;
+    };
+    const Case cases[] = {{1, 1, 300, std::chrono::milliseconds(0), false},
+                          {4, 1, 150, std::chrono::milliseconds(0), false},
+                          {3, 4, 25, std::chrono::milliseconds(5), false},
+                          {3, 4, 25, std::chrono::milliseconds(0), true}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.writers * 1000 + c.bursts);
+        ElementTree tree;
+        std::vector<std::unique_ptr<TestElement>> elements;
+        DataChangedRecorder recorder;
+        for (int w = 0; w < c.writers; ++w) {
+            elements.push_back(std::make_unique<TestElement>(tree.resource));
+            recorder.subscribe(*elements.back());
+        }
+        const std::size_t total = static_cast<std::size_t>(c.writers) * c.bursts * c.writesPerBurst;
+        for (int b = 0; b < c.bursts; ++b) {
+            std::vector<std::thread> writers;
+            for (int w = 0; w < c.writers; ++w) {
+                writers.emplace_back([&, w, b] {
+                    TestElement& element = *elements[w];
+                    for (int i = b * c.writesPerBurst; i < (b + 1) * c.writesPerBurst; ++i) {
+                        // Even writes change the title, odd ones the count: the keys alternate.
+                        const bool title = i % 2 == 0;
+                        EXPECT_TRUE(element
+                                        .setProperty(title ? "title" : "count",
+                                                     std::to_string(title ? i : i % 100))
+                                        .isSuccess());
+                    }
+                });
+            }
+            for (std::thread& writer : writers) writer.join();
+            if (c.drainBetween) {
+                ASSERT_TRUE(DataChangedDelivery::drain());
+                EXPECT_EQ(static_cast<std::size_t>(c.writers) * (b + 1) * c.writesPerBurst,
+                          recorder.payloads().size());
+            }
+            std::this_thread::sleep_for(c.pause);
+        }
+        ASSERT_TRUE(recorder.waitFor(total)) << recorder.payloads().size();
+        ASSERT_TRUE(DataChangedDelivery::drain());
+        for (auto& element : elements) recorder.unsubscribe(*element);
+        std::map<Poco::UUID, int> next;
+        for (const auto& payload : recorder.payloads()) {
+            int& n = next[payload.getSourceElementId()];
+            const KeyCollection expected{n % 2 == 0 ? "title" : "count"};
+            EXPECT_EQ(expected, payload.getSourcePropertyKeys()) << "delivery " << n;
+            ++n;
+        }
+        EXPECT_EQ(static_cast<std::size_t>(c.writers), next.size());
+        for (const auto& element : next) EXPECT_EQ(c.bursts * c.writesPerBurst, element.second);
+        EXPECT_EQ(total, recorder.payloads().size()) << "no raise delivered twice";
+    }
 }
 
 }  // namespace
