@@ -46,9 +46,8 @@ DataChangedDispatcher& DataChangedDispatcher::instance() {
     return *dispatcher;
 }
 
-void DataChangedDispatcher::post(const Delegates& delegates, const void* sender,
-                                 const Payload& payload) {
-    std::unique_ptr<Delivery> delivery(new Delivery{delegates, sender, payload});
+void DataChangedDispatcher::post(Delegates delegates, const void* sender, const Payload& payload) {
+    std::unique_ptr<Delivery> delivery(new Delivery{std::move(delegates), sender, payload});
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_synchronous) {
         lock.unlock();

@@ -30,8 +30,8 @@ public:
 
     // Queues one delivery to `delegates` (the event's subscribers when it was raised; those
     // removed since are disabled and skipped), or makes it at once after shutdown(); never
-    // throws for a busy pool. The delivery's own copy of `delegates` is the only one made.
-    void post(const Delegates& delegates, const void* sender, const Payload& payload);
+    // throws for a busy pool. The delivery keeps `delegates` as they are moved in.
+    void post(Delegates delegates, const void* sender, const Payload& payload);
 
     bool drain();
     bool shutdown();

@@ -432,10 +432,10 @@ void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
         return;
     }
     if (m_held) announceChanged(payload.getSourcePropertyKeys());
-    const auto delegates = DataChanged.copyDelegates();
+    auto delegates = DataChanged.copyDelegates();
     // Without subscribers there is nobody to deliver to, now or later.
     if (delegates.empty()) return;
-    DataChangedDispatcher::instance().post(delegates, this, payload);
+    DataChangedDispatcher::instance().post(std::move(delegates), this, payload);
 }
 
 void Element::announceChanged(const KeyCollection& keys) const {
