@@ -34,7 +34,7 @@ bool heapIsCounted() {
 TEST(ElementFootprint, AnIndexedElementStaysSmall) {
     if (!heapIsCounted()) GTEST_SKIP() << "heap use is not measurable under this sanitizer";
     const int count = 2000;
-    const std::size_t maxBytesPerElement = 4500;
+    const std::size_t maxBytesPerElement = 4000;
     Data::Service service{"Media", "test service", 8080, PropertyValueUuid()};
     TestContainer<Track> tracks(service, "Tracks");
     const std::size_t before = mallinfo2().uordblks;
@@ -46,6 +46,7 @@ TEST(ElementFootprint, AnIndexedElementStaysSmall) {
         ASSERT_TRUE(tracks.addElement(json.get()).isSuccess()) << n;
     }
     const std::size_t perElement = (mallinfo2().uordblks - before) / count;
+    RecordProperty("bytes_per_element", static_cast<int>(perElement));
     EXPECT_LE(perElement, maxBytesPerElement);
     EXPECT_GT(perElement, 100u) << "the heap was not measured";
     Data::AbstractResource::ElementQueryResult found;
