@@ -198,10 +198,9 @@ protected:
     /// heldEntry maps an indexed object back to it without a lookup by id. The Ptr must stay
     /// at that address while recorded (a map entry does). REQUIRES: the write lock.
     static void setHeldEntry(Element& element, const Ptr* entry);
-    /// The Ptr this resource recorded for `object`, or null when `object` is not an element
-    /// this resource holds (an index can list another owner when a property moved).
-    /// REQUIRES: the read lock.
-    const Ptr* heldEntry(Base::Object* object) const;
+    /// The Ptr this resource recorded for `element`, or null when the resource does not hold
+    /// it. REQUIRES: the read lock.
+    const Ptr* heldEntry(const Element& element) const;
     /// The description of a resource whose elements look like `prototype` (a fresh element,
     /// whose unset optional properties are given their initial values here):
     ///

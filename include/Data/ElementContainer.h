@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include <Poco/JSON/Array.h>
@@ -255,7 +256,12 @@ OperationResult ElementContainer<E>::findElements(const Base::PropertyIndexQuery
     Util::ScopedRecursiveReadLock lock(lockRef());
     ElementQueryResult found;
     for (Base::Object* object : find(query)) {
-        if (const Ptr* entry = heldEntry(object)) found.push_back(*entry);
+        // The container makes exactly E's: checking the type spares the general cast. Any
+        // other owner is there only when a filed property moved to it.
+        const Element* element = typeid(*object) == typeid(E) ? static_cast<const E*>(object)
+                                                               : dynamic_cast<const Element*>(object);
+        if (element == nullptr) continue;
+        if (const Ptr* entry = heldEntry(*element)) found.push_back(*entry);
     }
     result.swap(found);
     return OperationResult(OperationResult::OK);

@@ -252,9 +252,8 @@ void AbstractResource::setHeldEntry(Element& element, const Ptr* entry) {
     element.m_heldEntry = entry;
 }
 
-const AbstractResource::Ptr* AbstractResource::heldEntry(Base::Object* object) const {
-    const Element* element = dynamic_cast<const Element*>(object);
-    return element != nullptr && element->m_resource == this ? element->m_heldEntry : nullptr;
+const AbstractResource::Ptr* AbstractResource::heldEntry(const Element& element) const {
+    return element.m_resource == this ? element.m_heldEntry : nullptr;
 }
 
 void AbstractResource::announceAdded(Element& element) {
