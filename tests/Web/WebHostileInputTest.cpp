@@ -120,15 +120,11 @@ TEST_F(WebHostileInput, TokensAreRequiredAndScopedPerResource) {
     };
     const std::string reader = "Bearer reader-token-00000001";
     const std::string writer = "Bearer playlist-writer-00001";
+    // How a header and a token are read is TokenTable's test; here: what the routes make of it.
     for (const Case& c : std::vector<Case>{
              {"", "GET", "/api", "", 401},
-             {"Bearer", "GET", "/api", "", 401},
-             {"Basic cmVhZGVyOng=", "GET", "/api", "", 401},
              {"Bearer reader-token-00000002", "GET", "/api/Media", "", 401},
-             {"Bearer reader-token-0000000", "GET", "/api/Media", "", 401},
-             {"Bearer reader-token-000000011", "GET", "/api/Media", "", 401},
              {reader, "GET", "/api/Media/Tracks", "", 200},
-             {"bearer   reader-token-00000001", "GET", "/api/Media/Tracks", "", 200},
              {reader, "POST", "/api/Media/Playlists", R"({"name": "r"})", 403},
              {writer, "POST", "/api/Media/Playlists", R"({"name": "w"})", 201},
              {writer, "GET", "/api/Media/Albums", "", 200},

@@ -67,13 +67,10 @@ TEST_F(WebRoutes, EveryRouteAnswersTheStatusAndResultOfItsCase) {
         {"POST", "/api/Media/Albums", std::string(100000, '['), 400, "invalid_value"},
         {"POST", "/api/Media/Albums", R"({"name": "A", "colour": "red"})", 400,
          "unknown_property"},
-        {"POST", "/api/Media/Albums", R"({"name": 5})", 400, "wrong_type"},
         {"POST", "/api/Media/Albums", R"({"genre": "jazz"})", 400, "invalid_object"},
         {"POST", "/api/Media/Albums", R"({"name": "Twice", "id": ")" + album + "\"}", 409,
          "duplicate"},
         {"PATCH", albumPath, R"({"artist": "Someone"})", 403, "forbidden"},
-        {"PATCH", albumPath, R"({"genre": "polka"})", 400, "invalid_value"},
-        {"PATCH", albumPath, R"({"genre": 3})", 400, "wrong_type"},
         {"PATCH", "/api/Media/Albums/" + UNKNOWN_ID, R"({"genre": "jazz"})", 404, "not_found"},
         {"GET", "/../../etc/passwd", "", 404, "not_found"},
     };

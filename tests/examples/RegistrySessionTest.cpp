@@ -153,18 +153,12 @@ TEST(RegistrySession, BadInputIsReportedAndChangesNothing) {
     tree.out.str("");
     const std::size_t held = tree.service.tracks.size();
     for (const std::string& line :
-         Texts{"list Albums 41 1", "update " + TRACK + R"( {"colour": "red"})",
-               "set " + TRACK + " rating \"4\"", "find Tracks colour=red",
-               "add Tracks {\"id\": 1}"}) {
+         Texts{"update " + TRACK + R"( {"colour": "red"})", "add Tracks {\"id\": 1}"}) {
         EXPECT_TRUE(session.execute(line)) << line;
     }
-    EXPECT_EQ(
-        Texts({R"({"message":"invalid_value","result":"invalid_value"})",
-               R"({"message":"colour: no such property","result":"unknown_property"})",
-               R"({"message":"rating: expects an integer, got a string","result":"wrong_type"})",
-               R"({"message":"colour: no such property","result":"unknown_property"})",
-               R"({"message":"name: is required","result":"invalid_object"})"}),
-        documents(tree.out.str()));
+    EXPECT_EQ(Texts({R"({"message":"colour: no such property","result":"unknown_property"})",
+                     R"({"message":"name: is required","result":"invalid_object"})"}),
+              documents(tree.out.str()));
     EXPECT_EQ(held, tree.service.tracks.size());
 }
 
