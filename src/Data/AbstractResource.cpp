@@ -213,22 +213,30 @@ OperationResult AbstractResource::initElement(Element& element, const Poco::JSON
     return element.initElementFromJSON(json);
 }
 
+namespace {
+
+// getElementPropertyKeys lists the index keys in order: a search among them needs no set built
+// for every element.
+bool contains(const std::vector<std::string>& sortedKeys, const std::string& key) {
+    return std::binary_search(sortedKeys.begin(), sortedKeys.end(), key);
+}
+
+}  // namespace
+
 void AbstractResource::indexElementProperties(Element& element) {
-    const std::vector<std::string> keys = getElementPropertyKeys();
-    const std::set<std::string> indexed(keys.begin(), keys.end());
+    const std::vector<std::string> indexed = getElementPropertyKeys();
     for (Base::PropertyBase* property : element.getProperties()) {
         // Only a key that has no index yet pays for asking the property whether it yields one.
-        if (indexed.count(property->getKey()) != 0 || !property->createIndex().isNull()) {
+        if (contains(indexed, property->getKey()) || !property->createIndex().isNull()) {
             registerPropertyAtIndex(property);
         }
     }
 }
 
 void AbstractResource::unindexElementProperties(Element& element) {
-    const std::vector<std::string> keys = getElementPropertyKeys();
-    const std::set<std::string> indexed(keys.begin(), keys.end());
+    const std::vector<std::string> indexed = getElementPropertyKeys();
     for (Base::PropertyBase* property : element.getProperties()) {
-        if (indexed.count(property->getKey()) != 0) unregisterPropertyAtIndex(property);
+        if (contains(indexed, property->getKey())) unregisterPropertyAtIndex(property);
     }
 }
 
