@@ -17,12 +17,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include <Poco/Exception.h>
+#include <Poco/JSON/Object.h>
 #include <Poco/Nullable.h>
 #include <Poco/NumberParser.h>
 #include <Poco/RegularExpression.h>
+#include <Poco/URI.h>
 
 #include "Data/Base/PropertyEnum.h"
 #include "Data/Base/PropertyNumber.h"
@@ -77,12 +80,30 @@ void checkReadsBack(const PropertyValueUri& prototype, const PropertyValueUri& v
     again.setValueFromString(value.toString());
 }
 
+// Whether the URI library reads its own print `text` back as the same text. It does not for
+// every URI: one with an empty scheme (":a:/b") prints as "a:/b", whose scheme is "a".
+bool uriReadsBack(const std::string& text) {
+    try {
+        return Poco::URI(text).toString() == text;
+    } catch (const Poco::SyntaxException&) {
+        return false;
+    }
+}
+
 // A reference's text is its target's JSON. The JSON library prints a string's bytes as they
 // are and its parser refuses what is not UTF-8, so a placeholder made from a URI holding such
-// bytes has a text that does not read back; any text the parser reads does.
+// bytes has a text that does not read back, nor does one whose URI's print does not read back
+// (see above); any other text does.
 void checkReadsBack(const XObjectReference& prototype, const XObjectReference& value) {
     const std::string text = value.toString();
-    if (Kivo::Fuzz::parseJson(text).isEmpty()) return;
+    const Poco::Dynamic::Var json = Kivo::Fuzz::parseJson(text);
+    if (json.isEmpty()) return;
+    if (json.type() == typeid(Poco::JSON::Object::Ptr)) {
+        const auto object = json.extract<Poco::JSON::Object::Ptr>();
+        if (object->has("uri") && !uriReadsBack(Kivo::Fuzz::memberText(object->get("uri")))) {
+            return;
+        }
+    }
     XObjectReference again(prototype);
     QES_FUZZ_CHECK(again.setValueFromString(text), "a reference's own text is refused: " + text);
     QES_FUZZ_CHECK(again == value, "a reference's own text reads back as another: " + text);
