@@ -1,11 +1,13 @@
 #ifndef QESSERVICEDATALIB_UTIL_EVENT_H
 #define QESSERVICEDATALIB_UTIL_EVENT_H
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <thread>
 #include <vector>
 
 #include <Poco/AbstractDelegate.h>
-#include <Poco/Mutex.h>
 #include <Poco/SharedPtr.h>
 
 namespace Kivo::Util {
@@ -39,13 +41,13 @@ private:
     EventHook* m_next = nullptr;
 };
 
-/// An event that costs three words until somebody subscribes: the delegate list is allocated
+/// An event that costs two words until somebody subscribes: the delegate list is allocated
 /// by the first subscription.
 ///
 /// It behaves as Poco::BasicEvent does for its clients: `+=` and `-=` take any Poco delegate
 /// (Poco::delegate, Poco::priorityDelegate, function delegates; priorities are not used for
 /// ordering), notify calls the delegates in subscription order, on the raising thread, with
-/// the delegate list copied under the event's own mutex and called without it; a delegate
+/// the delegate list copied under the event's own lock and called without it; a delegate
 /// removed by `-=` is not called any more, even by a raise that copied it before; a disabled
 /// event raises nothing. Hooks (EventHook) come first and are neither counted by empty() nor
 /// removed by clear().
@@ -78,27 +80,28 @@ public:
     Event() = default;
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
-    ~Event() { delete m_delegates; }
+    ~Event() { delete listOf(m_state.load(std::memory_order_acquire)); }
 
     /// Subscribes a copy of `delegate` after the current subscribers.
     void operator+=(const Delegate& delegate) {
         Poco::SharedPtr<Delegate> copy(delegate.clone());
-        Lock lock(m_mutex);
-        if (m_delegates == nullptr) m_delegates = new std::vector<Poco::SharedPtr<Delegate>>;
-        m_delegates->push_back(copy);
+        Guard guard(*this);
+        if (guard.list() == nullptr) guard.setList(new List);
+        guard.list()->push_back(copy);
     }
     /// Removes the first subscription equal to `delegate` and disables it, so no raise calls
     /// it after this returns; nothing when there is none.
     void operator-=(const Delegate& delegate) {
         Poco::SharedPtr<Delegate> removed;
         {
-            Lock lock(m_mutex);
-            if (m_delegates == nullptr) return;
-            for (auto it = m_delegates->begin(); it != m_delegates->end(); ++it) {
+            Guard guard(*this);
+            List* list = guard.list();
+            if (list == nullptr) return;
+            for (auto it = list->begin(); it != list->end(); ++it) {
                 if (delegate.equals(**it)) {
                     (*it)->disable();
                     removed = *it;
-                    m_delegates->erase(it);
+                    list->erase(it);
                     break;
                 }
             }
@@ -116,58 +119,57 @@ public:
         HookList hooks;
         Delegates delegates;
         {
-            Lock lock(m_mutex);
-            if (!m_enabled) return;
+            Guard guard(*this);
+            if (!guard.enabled()) return;
             for (EventHook<TArgs>* hook = m_hooks; hook != nullptr; hook = hook->m_next) {
                 hooks.push(hook);
             }
-            if (m_delegates != nullptr) delegates.m_delegates = *m_delegates;
+            if (guard.list() != nullptr) delegates.m_delegates = *guard.list();
         }
         first();
         for (std::size_t i = 0; i < hooks.size(); ++i) hooks[i]->onEvent(sender, args);
         delegates.notify(sender, args);
     }
 
-    /// The current delegates (none while disabled), copied under the event's mutex.
+    /// The current delegates (none while disabled), copied under the event's lock.
     Delegates copyDelegates() const {
         Delegates delegates;
-        Lock lock(m_mutex);
-        if (m_enabled && m_delegates != nullptr) delegates.m_delegates = *m_delegates;
+        Guard guard(*this);
+        if (guard.enabled() && guard.list() != nullptr) delegates.m_delegates = *guard.list();
         return delegates;
     }
 
     /// Lets raises through again.
     void enable() {
-        Lock lock(m_mutex);
-        m_enabled = true;
+        Guard guard(*this);
+        guard.setEnabled(true);
     }
     /// Makes raises call nobody, hooks included, until enable().
     void disable() {
-        Lock lock(m_mutex);
-        m_enabled = false;
+        Guard guard(*this);
+        guard.setEnabled(false);
     }
     /// Whether raises call anybody.
     bool isEnabled() const {
-        Lock lock(m_mutex);
-        return m_enabled;
+        return (m_state.load(std::memory_order_acquire) & DISABLED) == 0;
     }
     /// Removes and disables every delegate; hooks stay.
     void clear() {
-        std::vector<Poco::SharedPtr<Delegate>> removed;
-        Lock lock(m_mutex);
-        if (m_delegates == nullptr) return;
-        for (auto& delegate : *m_delegates) delegate->disable();
-        removed.swap(*m_delegates);
+        List removed;
+        Guard guard(*this);
+        if (guard.list() == nullptr) return;
+        for (auto& delegate : *guard.list()) delegate->disable();
+        removed.swap(*guard.list());
     }
     /// Whether no delegate is subscribed; hooks are not counted.
     bool empty() const {
-        Lock lock(m_mutex);
-        return m_delegates == nullptr || m_delegates->empty();
+        Guard guard(*this);
+        return guard.list() == nullptr || guard.list()->empty();
     }
 
     /// Links `hook` in after the hooks already attached. REQUIRES: it is not attached anywhere.
     void attach(EventHook<TArgs>& hook) {
-        Lock lock(m_mutex);
+        Guard guard(*this);
         EventHook<TArgs>** tail = &m_hooks;
         while (*tail != nullptr) tail = &(*tail)->m_next;
         hook.m_next = nullptr;
@@ -175,7 +177,7 @@ public:
     }
     /// Unlinks `hook`; nothing when it is not attached here.
     void detach(EventHook<TArgs>& hook) {
-        Lock lock(m_mutex);
+        Guard guard(*this);
         for (EventHook<TArgs>** link = &m_hooks; *link != nullptr; link = &(*link)->m_next) {
             if (*link == &hook) {
                 *link = hook.m_next;
@@ -186,7 +188,49 @@ public:
     }
 
 private:
-    typedef Poco::SpinlockMutex::ScopedLock Lock;
+    typedef std::vector<Poco::SharedPtr<Delegate>> List;
+
+    // The state word holds the delegate list's address, or 0, with two flags in the low bits
+    // that the list's alignment leaves free: the lock and "disabled". Keeping lock and flag in
+    // the pointer's word makes the event two words; the lock is held for a few instructions
+    // (a list copy at most), so it spins, yielding the processor after a while.
+    static constexpr std::uintptr_t LOCKED = 1;
+    static constexpr std::uintptr_t DISABLED = 2;
+    static_assert(alignof(List) > (LOCKED | DISABLED), "the flags need the list's low bits");
+
+    static List* listOf(std::uintptr_t state) {
+        return reinterpret_cast<List*>(state & ~(LOCKED | DISABLED));
+    }
+
+    // Holds the event's lock for a scope and works on the state it read when taking it; the
+    // state, changed or not, is written back when the lock is released.
+    class Guard {
+    public:
+        explicit Guard(const Event& event) : m_word(event.m_state), m_state(acquire(m_word)) {}
+        Guard(const Guard&) = delete;
+        Guard& operator=(const Guard&) = delete;
+        ~Guard() { m_word.store(m_state, std::memory_order_release); }
+
+        List* list() const { return listOf(m_state); }
+        void setList(List* list) {
+            m_state = reinterpret_cast<std::uintptr_t>(list) | (m_state & DISABLED);
+        }
+        bool enabled() const { return (m_state & DISABLED) == 0; }
+        void setEnabled(bool enabled) { m_state = enabled ? m_state & ~DISABLED : m_state | DISABLED; }
+
+    private:
+        static std::uintptr_t acquire(std::atomic<std::uintptr_t>& word) {
+            for (unsigned spins = 0;; ++spins) {
+                const std::uintptr_t seen = word.fetch_or(LOCKED, std::memory_order_acquire);
+                if ((seen & LOCKED) == 0) return seen;
+                if (spins >= SPINS_BEFORE_YIELD) std::this_thread::yield();
+            }
+        }
+        static constexpr unsigned SPINS_BEFORE_YIELD = 64;
+
+        std::atomic<std::uintptr_t>& m_word;
+        std::uintptr_t m_state;  // without LOCKED
+    };
 
     // The hooks of one raise: most events have none or one, so a few fit without allocation.
     class HookList {
@@ -212,10 +256,8 @@ private:
         std::size_t m_size = 0;
     };
 
-    mutable Poco::SpinlockMutex m_mutex;
-    bool m_enabled = true;                                          // guarded by m_mutex
-    std::vector<Poco::SharedPtr<Delegate>>* m_delegates = nullptr;  // guarded by m_mutex; owned
-    EventHook<TArgs>* m_hooks = nullptr;                            // guarded by m_mutex
+    mutable std::atomic<std::uintptr_t> m_state{0};  // the list is owned
+    EventHook<TArgs>* m_hooks = nullptr;              // guarded by the state's lock
 };
 
 }  // namespace Kivo::Util

@@ -21,7 +21,7 @@ class PropertyIndexBase;
 typedef Poco::SharedPtr<PropertyIndexBase> PropertyIndexBasePtr;
 
 /// The two generic events of a property. Both are synchronous: delegates run on the raising
-/// thread, in subscription order; each event's own mutex is held only while its delegate list
+/// thread, in subscription order; each event's own lock is held only while its delegate list
 /// is copied.
 ///
 /// The owner's registry and the indexes that file the property watch it without subscribing
