@@ -206,12 +206,17 @@ private:
     void announceChanged(const KeyCollection& keys) const;
 
     AbstractResource* m_resource;             // not owned; outlives the element
-    OptionalPropertyMap m_optionalProperties;  // guarded by the write lock; not owned
-    // While changeAsOne runs: the keys its changes raised, and whether any raise happened.
-    // Guarded by the write lock, which changeAsOne holds throughout.
-    bool m_combining = false;
-    bool m_combinedRaised = false;
-    KeyCollection m_combinedKeys;
+    // Allocated by the first optional property: most elements have none. Guarded by the write
+    // lock; the properties are not owned.
+    std::unique_ptr<OptionalPropertyMap> m_optionalProperties;
+    // What the changes of one changeAsOne raised: the keys, and whether any raise happened.
+    struct Combined {
+        KeyCollection keys;
+        bool raised = false;
+    };
+    // While changeAsOne runs, its record on its own stack, else null. Guarded by the write
+    // lock, which changeAsOne holds throughout.
+    Combined* m_combined = nullptr;
     // Whether a container holds the element, so that its changes go to the service's element
     // observer. Set and cleared by AbstractResource under the write lock.
     bool m_held = false;

@@ -346,9 +346,11 @@ Poco::JSON::Object::Ptr describe(const Base::PropertyBase& property) {
 Poco::JSON::Object::Ptr AbstractResource::specificationOf(Element& prototype) const {
     Util::ScopedRecursiveWriteLock lock(*prototype.getLock());
     std::set<Base::PropertyKey> optional;
-    for (const auto& entry : prototype.m_optionalProperties) {
-        entry.second->initPropertyValue();
-        optional.insert(entry.first);
+    if (prototype.m_optionalProperties != nullptr) {
+        for (const auto& entry : *prototype.m_optionalProperties) {
+            entry.second->initPropertyValue();
+            optional.insert(entry.first);
+        }
     }
     Poco::JSON::Object::Ptr properties = new Poco::JSON::Object;
     for (const Base::PropertyBase* property : prototype.getProperties()) {

@@ -94,7 +94,7 @@ Element::~Element() {
         unregisterAllProperties();
         {
             ScopedRecursiveWriteLock lock(lockRef());
-            m_optionalProperties.clear();
+            m_optionalProperties.reset();
         }
         // DataChanged is not cleared: clearing would disable the delegates that queued
         // deliveries, the destructor's own among them, hold.
@@ -128,8 +128,9 @@ bool Element::checkWriteAccess(const PropertyKey& key) const {
 }
 
 OptionalPropertyBase* Element::findOptional(const PropertyKey& key) const {
-    const auto entry = m_optionalProperties.find(key);
-    return entry == m_optionalProperties.end() ? nullptr : entry->second;
+    if (m_optionalProperties == nullptr) return nullptr;
+    const auto entry = m_optionalProperties->find(key);
+    return entry == m_optionalProperties->end() ? nullptr : entry->second;
 }
 
 OperationResult Element::setProperty(const PropertyKey& key, const std::string& value) {
@@ -302,12 +303,12 @@ OperationResult Element::initPropertyFromMember(const PropertyKey& key, Property
         QES_LOG_ERROR(INIT_FAILED << key << " property has invalid value");
         return OperationResult(OperationResult::INVALID_VALUE);
     }
-    const auto entry = m_optionalProperties.find(key);
-    if (entry == m_optionalProperties.end()) {
+    OptionalPropertyBase* optional = findOptional(key);
+    if (optional == nullptr) {
         throw Poco::AssertionViolationException(
             "Undefined property is not found in list of optional properties!");
     }
-    if (entry->second == nullptr || !setOwnPropertyValueFromString(text, *entry->second)) {
+    if (!setOwnPropertyValueFromString(text, *optional)) {
         QES_LOG_ERROR(INIT_FAILED << key << ": could not be initalised");
         return OperationResult(OperationResult::INVALID_VALUE);
     }
@@ -316,9 +317,10 @@ OperationResult Element::initPropertyFromMember(const PropertyKey& key, Property
 
 bool Element::registerOptionalProperty(OptionalPropertyBase* optional) {
     ScopedRecursiveWriteLock lock(lockRef());
-    if (!m_optionalProperties.emplace(optional->key, optional).second) return false;
+    if (m_optionalProperties == nullptr) m_optionalProperties.reset(new OptionalPropertyMap);
+    if (!m_optionalProperties->emplace(optional->key, optional).second) return false;
     if (!registerProperty(optional->key, nullptr)) {
-        m_optionalProperties.erase(optional->key);
+        m_optionalProperties->erase(optional->key);
         return false;
     }
     return true;
@@ -398,11 +400,12 @@ void Element::onPropertyDestroyed(const PropertyEventPayload& payload) {
 
 void Element::changeAsOne(const std::function<void()>& changes) {
     ScopedRecursiveWriteLock lock(lockRef());
-    if (m_combining) {
+    if (m_combined != nullptr) {
         changes();
         return;
     }
-    m_combining = true;
+    Combined combined;
+    m_combined = &combined;
     try {
         changes();
     } catch (...) {
@@ -413,22 +416,21 @@ void Element::changeAsOne(const std::function<void()>& changes) {
 }
 
 void Element::raiseCombined() {
-    m_combining = false;
-    if (!m_combinedRaised) return;
-    m_combinedRaised = false;
+    const Combined* combined = m_combined;
+    m_combined = nullptr;
+    if (!combined->raised) return;
     DataChangedEventPayload payload(*this, std::string());
-    payload.setSourcePropertyKeys(m_combinedKeys);
-    m_combinedKeys.clear();
+    payload.setSourcePropertyKeys(combined->keys);
     raiseDataChanged(payload);
 }
 
 void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
     if (!DataChanged.isEnabled()) return;
     // Only the thread inside changeAsOne can get here while it runs: it holds the write lock.
-    if (m_combining) {
-        m_combinedKeys.insert(payload.getSourcePropertyKeys().begin(),
-                              payload.getSourcePropertyKeys().end());
-        m_combinedRaised = true;
+    if (m_combined != nullptr) {
+        m_combined->keys.insert(payload.getSourcePropertyKeys().begin(),
+                                payload.getSourcePropertyKeys().end());
+        m_combined->raised = true;
         return;
     }
     if (m_held) announceChanged(payload.getSourcePropertyKeys());
