@@ -2,6 +2,7 @@
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYINDEX_H
 
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
@@ -16,6 +17,7 @@
 #include "Data/Base/Object.h"
 #include "Data/Base/PropertyBase.h"
 #include "Data/Base/PropertyIndexOwnerTable.h"
+#include "Data/Base/PropertyString.h"
 #include "Data/Base/PropertyValue.h"
 #include "Logging/Log.h"
 #include "Util/Event.h"
@@ -138,6 +140,16 @@ struct PropertyIndexKeyLess<V, true> {
     bool operator()(const std::string& a, const V& b) const { return a < b.V::getValue(); }
 };
 
+/// Whether an index of V's properties keys its entries by their plain text: the string kinds
+/// whose check of a text is fixed by their format (but for STRING_FORMAT_CUSTOM, whose values
+/// may each carry their own pattern).
+template <class V>
+struct PropertyIndexKeysByText : std::is_same<V, PropertyValueString> {};
+
+/// The fixed-format string kinds are keyed by text too.
+template <PropertyValueString::FormatType F>
+struct PropertyIndexKeysByText<PropertyValueFormatedString<F>> : std::true_type {};
+
 /// The index of the properties of type TProperty (a Property<V>) filed under key m_key.
 ///
 /// Each property is filed for the object that owns it when it is filed, under a copy of its
@@ -167,26 +179,35 @@ struct PropertyIndexKeyLess<V, true> {
 /// Whatever the walk leaves behind, the index keeps watching the Destroyed event of every
 /// property it still points at, so a destroyed property never stays in it.
 ///
-/// Memory: the index's record of a property (its object, its state, both watches) lives in the
-/// node of the entry the property was filed with, so a filed property costs one allocation,
-/// and its object is found through a table of pointers to those records. When the walk takes
-/// that entry while the record must live on, the node is set aside and comes back as the
-/// property's entry when it is filed again; a property with a second entry gets a node of its
-/// own for it.
+/// Memory: string kinds with a fixed-format check (PropertyIndexKeysByText) key their entries
+/// by the plain text and keep one copy of the value per format as the prototype find(text)
+/// reads with, one per value for custom patterns. The index's record of a property (its object, its
+/// state, both watches) lives in the node of the entry the property was filed with, so a filed
+/// property costs one allocation, and its object is found through a table of pointers to those
+/// records. When the walk takes that entry while the record must live on, the node is set aside and
+/// comes back as the property's entry when it is filed again; a property with a second entry gets a
+/// node of its own for it.
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
     struct Filing;
+    static constexpr bool BY_TEXT =
+        PropertyIndexKeysByText<typename TProperty::property_value>::value;
+    typedef std::conditional_t<BY_TEXT, std::string, typename TProperty::property_value> map_key;
+    typedef std::conditional_t<BY_TEXT, std::less<>,
+                               PropertyIndexKeyLess<typename TProperty::property_value>>
+        map_less;
 
 public:
     /// The property class the index files, TProperty.
     typedef TProperty property_type;
     /// A filed property; not owned.
     typedef property_type* property_ptr;
-    /// The value class entries are ordered by; each entry holds a copy of its property's value.
+    /// The value class entries are ordered by; each entry holds a copy of its property's value
+    /// (its plain text, for the kinds PropertyIndexKeysByText names).
     typedef typename TProperty::property_value key_type;
     /// The entries, value to the index's record of the property filed there, equal values in
     /// filing order.
-    typedef std::multimap<key_type, Filing, PropertyIndexKeyLess<key_type>> value_map;
+    typedef std::multimap<map_key, Filing, map_less> value_map;
     /// The payload of TProperty's ValueChanged event.
     typedef typename property_type::ValueChangedEventPayload ValueChangedEventPayload;
 
@@ -242,8 +263,15 @@ private:
     struct Filing final : Util::EventHook<PropertyEventPayload>,
                           Util::EventHook<ValueChangedEventPayload> {
         Filing(PropertyIndex* owner, property_ptr filed, Object* filedFor, bool extra)
-            : index(owner), property(filed), key(filedFor), located(true), observed(true),
-              parked(false), secondary(extra), stray(false) {}
+            : index(owner),
+              property(filed),
+              key(filedFor),
+              located(true),
+              observed(true),
+              parked(false),
+              secondary(extra),
+              stray(false),
+              prototype(0) {}
         void onEvent(const void*, PropertyEventPayload& payload) override {
             index->onDestroyed(*this, payload);
         }
@@ -256,12 +284,37 @@ private:
         Object* key;                // the object the table files it under, or null
         position entry;             // its one entry, when `located`
         std::uint32_t entries = 1;  // how many entries of m_index hold it
-        bool located : 1;
-        bool observed : 1;
-        bool parked : 1;     // its home node is out of m_index, in m_parked
-        bool secondary : 1;  // not a filing: the node is another entry of `property`
-        bool stray : 1;      // listed in m_strays
+        std::uint32_t located : 1;
+        std::uint32_t observed : 1;
+        std::uint32_t parked : 1;      // its home node is out of m_index, in m_parked
+        std::uint32_t secondary : 1;   // not a filing: the node is another entry of `property`
+        std::uint32_t stray : 1;       // listed in m_strays
+        std::uint32_t prototype : 27;  // the node's value in m_prototypes, when BY_TEXT
     };
+    // A value kept for the check find(text) applies, and how many nodes use it.
+    struct Prototype {
+        key_type value;
+        std::uint32_t users;
+    };
+
+    static const map_key& keyOf(const key_type& value) {
+        if constexpr (BY_TEXT) {
+            return value.key_type::getValue();
+        } else {
+            return value;
+        }
+    }
+    template <class Key>
+    static const std::string& textOf(const Key& key) {
+        if constexpr (BY_TEXT) {
+            return key;
+        } else {
+            return key.key_type::getValue();
+        }
+    }
+    // A node's share of a prototype with `value`'s check; nothing unless BY_TEXT.
+    std::uint32_t acquirePrototype(const key_type& value);
+    void releasePrototype(std::uint32_t prototype);
 
     static Object* ownerOf(position entry) { return entry->second.property->getParent(); }
     static bool isRegular(const Filing& filing) {
@@ -308,6 +361,10 @@ private:
     void onChanged(Filing& filing, ValueChangedEventPayload& payload);
 
     value_map m_index;
+    // Values with the checks of the filed ones, for BY_TEXT kinds; unused slots are listed free.
+    std::vector<Prototype> m_prototypes;
+    std::vector<std::uint32_t> m_freePrototypes;
+    std::vector<std::uint32_t> m_sharedPrototypes;  // those of the fixed formats
     PropertyIndexOwnerTable<Filing> m_objects;
     // Home nodes of filings without entry.
     std::vector<parked_node> m_parked;
@@ -338,10 +395,12 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
     if (property->getKey() != m_key) return false;
     Object* owner = property->getParent();
     if (m_objects.find(owner) != nullptr || filingOf(property) != nullptr) return false;
-    const position entry =
-        m_index.emplace(std::piecewise_construct, std::forward_as_tuple(property->getPropertyValue()),
-                        std::forward_as_tuple(this, property, owner, false));
+    const std::uint32_t prototype = acquirePrototype(property->getPropertyValue());
+    const position entry = m_index.emplace(
+        std::piecewise_construct, std::forward_as_tuple(keyOf(property->getPropertyValue())),
+        std::forward_as_tuple(this, property, owner, false));
     Filing& filing = entry->second;
+    filing.prototype = prototype;
     filing.entry = entry;
     m_objects.insert(&filing);
     property->Destroyed.attach(filing);
@@ -351,8 +410,9 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
 
 template <class TProperty>
 bool PropertyIndex<TProperty>::inRangeOf(position entry, const key_type& value) const {
-    const PropertyIndexKeyLess<key_type> less;
-    return entry != m_index.end() && !less(entry->first, value) && !less(value, entry->first);
+    const map_less less;
+    return entry != m_index.end() && !less(entry->first, keyOf(value)) &&
+           !less(keyOf(value), entry->first);
 }
 
 template <class TProperty>
@@ -432,7 +492,7 @@ bool PropertyIndex<TProperty>::remove(Object* object) {
     Object* owner = property->getParent();
     position entry = own->entry;
     if (!isKeptAnswer(*own, owner, value)) {
-        const auto range = m_index.equal_range(value);
+        const auto range = m_index.equal_range(keyOf(value));
         if (range.first == range.second) return false;
         // Past a range without the object's entry, the entry after the range is the one taken.
         entry = walk(owner, range);
@@ -465,13 +525,19 @@ void PropertyIndex<TProperty>::addEntry(Filing& filing) {
     if (filing.parked) {
         // The home node comes back, under the property's current value.
         parked_node node = unpark(filing);
-        node.key() = filing.property->getPropertyValue();
+        const key_type& value = filing.property->getPropertyValue();
+        const std::uint32_t prototype = acquirePrototype(value);
+        releasePrototype(filing.prototype);
+        filing.prototype = prototype;
+        node.key() = keyOf(value);
         entry = m_index.insert(std::move(node));
         filing.parked = false;
     } else {
-        entry = m_index.emplace(std::piecewise_construct,
-                                std::forward_as_tuple(filing.property->getPropertyValue()),
+        const key_type& value = filing.property->getPropertyValue();
+        const std::uint32_t prototype = acquirePrototype(value);
+        entry = m_index.emplace(std::piecewise_construct, std::forward_as_tuple(keyOf(value)),
                                 std::forward_as_tuple(this, filing.property, nullptr, true));
+        entry->second.prototype = prototype;
     }
     filing.located = ++filing.entries == 1;
     filing.entry = entry;
@@ -487,6 +553,7 @@ void PropertyIndex<TProperty>::eraseEntry(Filing& filing, position entry) {
         m_parked.push_back(m_index.extract(entry));
         filing.parked = true;
     } else {
+        releasePrototype(entry->second.prototype);
         m_index.erase(entry);
     }
     if (!isRegular(filing)) ++m_irregular;
@@ -535,7 +602,53 @@ void PropertyIndex<TProperty>::erase(Filing& filing) {
         *listed = m_strays.back();
         m_strays.pop_back();
     }
+    releasePrototype(filing.prototype);
     unpark(filing);
+}
+
+template <class TProperty>
+std::uint32_t PropertyIndex<TProperty>::acquirePrototype(const key_type& value) {
+    if constexpr (BY_TEXT) {
+        // A fixed format's values share one check; a custom pattern may be any value's own.
+        const bool shared = value.getFormatType() != PropertyValueString::STRING_FORMAT_CUSTOM;
+        if (shared) {
+            for (const std::uint32_t kept : m_sharedPrototypes) {
+                Prototype& prototype = m_prototypes[kept];
+                if (prototype.value.getFormatType() == value.getFormatType()) {
+                    ++prototype.users;
+                    return kept;
+                }
+            }
+        }
+        std::uint32_t made;
+        if (m_freePrototypes.empty()) {
+            made = static_cast<std::uint32_t>(m_prototypes.size());
+            m_prototypes.push_back(Prototype{value, 1});
+        } else {
+            made = m_freePrototypes.back();
+            m_freePrototypes.pop_back();
+            m_prototypes[made] = Prototype{value, 1};
+        }
+        if (shared) m_sharedPrototypes.push_back(made);
+        return made;
+    } else {
+        return 0;
+    }
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::releasePrototype(std::uint32_t prototype) {
+    if constexpr (BY_TEXT) {
+        if (--m_prototypes[prototype].users != 0) return;
+        m_freePrototypes.push_back(prototype);
+        for (auto shared = m_sharedPrototypes.begin(); shared != m_sharedPrototypes.end();
+             ++shared) {
+            if (*shared == prototype) {
+                m_sharedPrototypes.erase(shared);
+                break;
+            }
+        }
+    }
 }
 
 template <class TProperty>
@@ -575,6 +688,9 @@ void PropertyIndex<TProperty>::clear() {
     m_parked.clear();
     m_objects.clear();
     m_strays.clear();
+    m_prototypes.clear();
+    m_freePrototypes.clear();
+    m_sharedPrototypes.clear();
     m_irregular = 0;
     m_moved = 0;
     m_movedStale = false;
@@ -605,7 +721,7 @@ typename PropertyIndex<TProperty>::property_ptr PropertyIndex<TProperty>::get(
 
 template <class TProperty>
 std::vector<Object*> PropertyIndex<TProperty>::find(const key_type& value) const {
-    const auto range = m_index.equal_range(value);
+    const auto range = m_index.equal_range(keyOf(value));
     return owners(range.first, range.second);
 }
 
@@ -614,7 +730,12 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const std::string& text) con
     if (m_index.empty()) return {};
     // The smallest value as prototype: the text is read with the filed values' own kind,
     // format and limits. A string kind stores its text as given, so checking it is enough.
-    if constexpr (IS_TEXT) {
+    if constexpr (BY_TEXT) {
+        const Prototype& prototype = m_prototypes[m_index.begin()->second.prototype];
+        if (!prototype.value.isValidValue(text)) return {};
+        const auto range = m_index.equal_range(text);
+        return owners(range.first, range.second);
+    } else if constexpr (IS_TEXT) {
         if (!m_index.begin()->first.isValidValue(text)) return {};
         const auto range = m_index.equal_range(text);
         return owners(range.first, range.second);
@@ -633,7 +754,7 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
             return findPrefix(*prefixed);
         }
         for (const auto& entry : m_index) {
-            if (re.match(entry.first.key_type::getValue(), 0)) {
+            if (re.match(textOf(entry.first), 0)) {
                 result.push_back(entry.second.property->getParent());
             }
         }
@@ -654,7 +775,7 @@ std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const PrefixRegularExp
         const std::string& prefix = re.getPrefix();
         const bool anyTail = re.getMode() == PrefixRegularExpression::PREFIX_TEXT;
         for (auto entry = m_index.lower_bound(prefix); entry != m_index.end(); ++entry) {
-            const std::string& text = entry->first.key_type::getValue();
+            const std::string& text = textOf(entry->first);
             if (text.compare(0, prefix.size(), prefix) != 0) break;
             // Without dot-all, ".*" stops at a line break; a match never covers the empty text.
             if (!text.empty() && (anyTail || text.find('\n', prefix.size()) == std::string::npos)) {
@@ -723,7 +844,7 @@ void PropertyIndex<TProperty>::onChanged(Filing& filing, ValueChangedEventPayloa
     const Object* owner = property->getParent();
     position entry = filing.entry;
     if (!isKeptAnswer(filing, owner, payload.oldValue)) {
-        const auto range = m_index.equal_range(payload.oldValue);
+        const auto range = m_index.equal_range(keyOf(payload.oldValue));
         entry = walk(owner, range);
         if (entry == range.second) return;
     }

@@ -34,7 +34,8 @@ public:
     }
     /// Adds `record` under its key. REQUIRES: a non-null key no record in the table has.
     void insert(Record* record) {
-        if ((m_size + 1) * 4 > m_slots.size() * 3) rehash(m_slots.empty() ? 16 : m_slots.size() * 2);
+        if ((m_size + 1) * 4 > m_slots.size() * 3)
+            rehash(m_slots.empty() ? 16 : m_slots.size() * 2);
         place(record);
         ++m_size;
     }
