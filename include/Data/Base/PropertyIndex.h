@@ -2,10 +2,13 @@
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYINDEX_H
 
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <Poco/RegularExpression.h>
@@ -13,6 +16,8 @@
 
 #include "Data/Base/Object.h"
 #include "Data/Base/PropertyBase.h"
+#include "Data/Base/PropertyIndexOwnerTable.h"
+#include "Data/Base/PropertyString.h"
 #include "Data/Base/PropertyValue.h"
 #include "Logging/Log.h"
 #include "Util/Event.h"
@@ -135,6 +140,16 @@ struct PropertyIndexKeyLess<V, true> {
     bool operator()(const std::string& a, const V& b) const { return a < b.V::getValue(); }
 };
 
+/// Whether an index of V's properties keys its entries by their plain text: the string kinds
+/// whose check of a text is fixed by their format (but for STRING_FORMAT_CUSTOM, whose values
+/// may each carry their own pattern).
+template <class V>
+struct PropertyIndexKeysByText : std::is_same<V, PropertyValueString> {};
+
+/// The fixed-format string kinds are keyed by text too.
+template <PropertyValueString::FormatType F>
+struct PropertyIndexKeysByText<PropertyValueFormatedString<F>> : std::true_type {};
+
 /// The index of the properties of type TProperty (a Property<V>) filed under key m_key.
 ///
 /// Each property is filed for the object that owns it when it is filed, under a copy of its
@@ -163,17 +178,36 @@ struct PropertyIndexKeyLess<V, true> {
 ///
 /// Whatever the walk leaves behind, the index keeps watching the Destroyed event of every
 /// property it still points at, so a destroyed property never stays in it.
+///
+/// Memory: string kinds with a fixed-format check (PropertyIndexKeysByText) key their entries
+/// by the plain text and keep one copy of the value per format as the prototype find(text)
+/// reads with, one per value for custom patterns. The index's record of a property (its object, its
+/// state, both watches) lives in the node of the entry the property was filed with, so a filed
+/// property costs one allocation, and its object is found through a table of pointers to those
+/// records. When the walk takes that entry while the record must live on, the node is set aside and
+/// comes back as the property's entry when it is filed again; a property with a second entry gets a
+/// node of its own for it.
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
+    struct Filing;
+    static constexpr bool BY_TEXT =
+        PropertyIndexKeysByText<typename TProperty::property_value>::value;
+    typedef std::conditional_t<BY_TEXT, std::string, typename TProperty::property_value> map_key;
+    typedef std::conditional_t<BY_TEXT, std::less<>,
+                               PropertyIndexKeyLess<typename TProperty::property_value>>
+        map_less;
+
 public:
     /// The property class the index files, TProperty.
     typedef TProperty property_type;
     /// A filed property; not owned.
     typedef property_type* property_ptr;
-    /// The value class entries are ordered by; each entry holds a copy of its property's value.
+    /// The value class entries are ordered by; each entry holds a copy of its property's value
+    /// (its plain text, for the kinds PropertyIndexKeysByText names).
     typedef typename TProperty::property_value key_type;
-    /// The entries, value to property, equal values in filing order.
-    typedef std::multimap<key_type, property_ptr, PropertyIndexKeyLess<key_type>> value_map;
+    /// The entries, value to the index's record of the property filed there, equal values in
+    /// filing order.
+    typedef std::multimap<map_key, Filing, map_less> value_map;
     /// The payload of TProperty's ValueChanged event.
     typedef typename property_type::ValueChangedEventPayload ValueChangedEventPayload;
 
@@ -218,72 +252,132 @@ public:
 private:
     static constexpr bool IS_TEXT = std::is_base_of_v<PropertyValue<std::string>, key_type>;
     typedef typename value_map::iterator position;
+    typedef typename value_map::node_type parked_node;
 
-    // The index's watch of one event of a filed property.
-    template <class TArgs, void (PropertyIndex::*HANDLER)(const void*, TArgs&)>
-    class Watch : public Util::EventHook<TArgs> {
-    public:
-        explicit Watch(PropertyIndex* index) : m_index(index) {}
-        void onEvent(const void* sender, TArgs& args) override { (m_index->*HANDLER)(sender, args); }
+    // What the index holds of one property, in the node of the entry it was filed with (its
+    // home). A filing lives while the property's events are registered (`observed`) or the
+    // property is referenced by an entry or the object table; while it lives, the index
+    // watches the property's Destroyed event. Both watches are this record: the hooks find it
+    // without a lookup. A node made for a property's second entry holds a `secondary` record,
+    // of which only `property` counts.
+    struct Filing final : Util::EventHook<PropertyEventPayload>,
+                          Util::EventHook<ValueChangedEventPayload> {
+        Filing(PropertyIndex* owner, property_ptr filed, Object* filedFor, bool extra)
+            : index(owner),
+              property(filed),
+              key(filedFor),
+              located(true),
+              observed(true),
+              parked(false),
+              secondary(extra),
+              stray(false),
+              prototype(0) {}
+        void onEvent(const void*, PropertyEventPayload& payload) override {
+            index->onDestroyed(*this, payload);
+        }
+        void onEvent(const void*, ValueChangedEventPayload& payload) override {
+            index->onChanged(*this, payload);
+        }
 
-    private:
-        PropertyIndex* m_index;
-    };
-
-    // What the index holds of one property. A filing lives while the property's events are
-    // registered (`observed`) or the property is referenced by an entry or the object map;
-    // while it lives, the index watches the property's Destroyed event.
-    struct Filing {
-        Filing(PropertyIndex* index, property_ptr filed, Object* owner, position at)
-            : property(filed), key(owner), entry(at), destroyedWatch(index), valueWatch(index) {}
-
+        PropertyIndex* index;
         property_ptr property;
-        Object* key;             // the object m_objectMap files it under, or null
-        position entry;          // its one entry, when `located`
-        unsigned entries = 1;    // how many entries of m_index hold it
-        bool located = true;
-        bool observed = true;
-        Watch<PropertyEventPayload, &PropertyIndex::onPropertyRemoved> destroyedWatch;
-        Watch<ValueChangedEventPayload, &PropertyIndex::onPropertyDataChanged> valueWatch;
+        Object* key;                // the object the table files it under, or null
+        position entry;             // its one entry, when `located`
+        std::uint32_t entries = 1;  // how many entries of m_index hold it
+        std::uint32_t located : 1;
+        std::uint32_t observed : 1;
+        std::uint32_t parked : 1;      // its home node is out of m_index, in m_parked
+        std::uint32_t secondary : 1;   // not a filing: the node is another entry of `property`
+        std::uint32_t stray : 1;       // listed in m_strays
+        std::uint32_t prototype : 27;  // the node's value in m_prototypes, when BY_TEXT
     };
-    typedef std::map<const PropertyBase*, Filing> filing_map;
-    typedef typename filing_map::iterator filing_ptr;
+    // A value kept for the check find(text) applies, and how many nodes use it.
+    struct Prototype {
+        key_type value;
+        std::uint32_t users;
+    };
 
-    static Object* ownerOf(position entry) { return entry->second->getParent(); }
+    static const map_key& keyOf(const key_type& value) {
+        if constexpr (BY_TEXT) {
+            return value.key_type::getValue();
+        } else {
+            return value;
+        }
+    }
+    template <class Key>
+    static const std::string& textOf(const Key& key) {
+        if constexpr (BY_TEXT) {
+            return key;
+        } else {
+            return key.key_type::getValue();
+        }
+    }
+    // A node's share of a prototype with `value`'s check; nothing unless BY_TEXT.
+    std::uint32_t acquirePrototype(const key_type& value);
+    void releasePrototype(std::uint32_t prototype);
+
+    static Object* ownerOf(position entry) { return entry->second.property->getParent(); }
     static bool isRegular(const Filing& filing) {
         return filing.observed && filing.key != nullptr && filing.entries == 1 && filing.located;
     }
     bool inRangeOf(position entry, const key_type& value) const;
+    // Counts the filings whose property has moved since the owner-move count last changed,
+    // and lists them as strays.
+    void refreshMoves();
     // Whether no two entries can share an owner, so a kept position is what the walk finds.
-    bool ownersAreDistinct() const;
+    bool ownersAreDistinct();
     // Whether `filing`'s kept position is the entry the walk over `value`'s entries finds for
     // `owner`.
-    bool isKeptAnswer(const Filing& filing, const Object* owner, const key_type& value) const;
+    bool isKeptAnswer(const Filing& filing, const Object* owner, const key_type& value);
     // The first entry of `range` whose property belongs to `owner`, or the end of the range.
     static position walk(const Object* owner, std::pair<position, position> range);
     std::vector<Object*> findPrefix(const PrefixRegularExpression& re) const;
     static std::vector<Object*> owners(typename value_map::const_iterator first,
                                        typename value_map::const_iterator last);
 
-    filing_ptr filingOf(position entry) { return m_filings.find(entry->second); }
-    void addEntry(filing_ptr filing);
-    void eraseEntry(filing_ptr filing, position entry);
-    void unfile(filing_ptr filing);
-    void unobserve(filing_ptr filing);
+    // Calls `visit` with every filing, in no particular order.
+    template <class Visit>
+    void forEachFiling(Visit&& visit);
+    // The filing of `property`, or null: by its owner, else among the strays; a property
+    // without owner is looked for everywhere.
+    Filing* filingOf(const PropertyBase* property);
+    Filing* filingOf(position entry) {
+        return entry->second.secondary ? filingOf(entry->second.property) : &entry->second;
+    }
+    void addEntry(Filing& filing);
+    void eraseEntry(Filing& filing, position entry);
+    void unfile(Filing& filing);
+    void unobserve(Filing& filing);
+    void listStray(Filing& filing);
     // Ends a filing that is neither observed nor referenced any longer.
-    void release(filing_ptr filing);
+    void release(Filing& filing);
     // Drops every trace of the property of `filing`: its entries, its object, its events.
-    void forget(filing_ptr filing);
-    void erase(filing_ptr filing);
+    void forget(Filing& filing);
+    // Ends a filing without entry, with its home node.
+    void erase(Filing& filing);
+    // Takes `filing`'s home node out of m_parked.
+    parked_node unpark(const Filing& filing);
+    void onDestroyed(Filing& filing, PropertyEventPayload& payload);
+    void onChanged(Filing& filing, ValueChangedEventPayload& payload);
 
     value_map m_index;
-    std::map<Object*, filing_ptr> m_objectMap;
-    filing_map m_filings;
+    // Values with the checks of the filed ones, for BY_TEXT kinds; unused slots are listed free.
+    std::vector<Prototype> m_prototypes;
+    std::vector<std::uint32_t> m_freePrototypes;
+    std::vector<std::uint32_t> m_sharedPrototypes;  // those of the fixed formats
+    PropertyIndexOwnerTable<Filing> m_objects;
+    // Home nodes of filings without entry.
+    std::vector<parked_node> m_parked;
+    // Filings that m_objects does not find by their property's owner: unfiled or moved ones
+    // (some may have moved back).
+    std::vector<Filing*> m_strays;
     std::size_t m_irregular = 0;  // filings that are not isRegular
-    // What ownersAreDistinct saw: the owner-move count and how many filings had moved then.
-    mutable std::uint64_t m_movesSeen;
-    mutable std::size_t m_moved = 0;
-    mutable bool m_movedStale = false;
+    // What refreshMoves saw: the owner-move count and how many filings had moved then.
+    std::uint64_t m_movesSeen;
+    std::size_t m_moved = 0;
+    bool m_movedStale = false;
+    // The filing whose Destroyed event is being handled, until it ends.
+    Filing* m_dying = nullptr;
 };
 
 template <class TProperty>
@@ -300,39 +394,56 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
     if (property == nullptr || property->getParent() == nullptr) return false;
     if (property->getKey() != m_key) return false;
     Object* owner = property->getParent();
-    const auto [filed, isNewObject] = m_objectMap.try_emplace(owner, m_filings.end());
-    if (!isNewObject) return false;
-    const position entry = m_index.end();
-    const auto [filing, isNewProperty] = m_filings.try_emplace(property, this, property, owner, entry);
-    if (!isNewProperty) {
-        m_objectMap.erase(filed);
-        return false;
-    }
-    filing->second.entry = m_index.emplace(property->getPropertyValue(), property);
-    filed->second = filing;
-    registerPropertyEvents(property);
+    if (m_objects.find(owner) != nullptr || filingOf(property) != nullptr) return false;
+    const std::uint32_t prototype = acquirePrototype(property->getPropertyValue());
+    const position entry = m_index.emplace(
+        std::piecewise_construct, std::forward_as_tuple(keyOf(property->getPropertyValue())),
+        std::forward_as_tuple(this, property, owner, false));
+    Filing& filing = entry->second;
+    filing.prototype = prototype;
+    filing.entry = entry;
+    m_objects.insert(&filing);
+    property->Destroyed.attach(filing);
+    property->ValueChanged.attach(filing);
     return true;
 }
 
 template <class TProperty>
 bool PropertyIndex<TProperty>::inRangeOf(position entry, const key_type& value) const {
-    const PropertyIndexKeyLess<key_type> less;
-    return entry != m_index.end() && !less(entry->first, value) && !less(value, entry->first);
+    const map_less less;
+    return entry != m_index.end() && !less(entry->first, keyOf(value)) &&
+           !less(keyOf(value), entry->first);
 }
 
 template <class TProperty>
-bool PropertyIndex<TProperty>::ownersAreDistinct() const {
-    if (m_irregular != 0) return false;
-    const std::uint64_t moves = PropertyBase::getOwnerMoves();
-    if (moves != m_movesSeen || m_movedStale) {
-        m_movesSeen = moves;
-        m_movedStale = false;
-        m_moved = 0;
-        for (const auto& held : m_filings) {
-            const Object* owner = held.second.property->getParent();
-            if (owner != nullptr && owner != held.second.key) ++m_moved;
-        }
+template <class Visit>
+void PropertyIndex<TProperty>::forEachFiling(Visit&& visit) {
+    for (auto& entry : m_index) {
+        if (!entry.second.secondary) visit(entry.second);
     }
+    for (parked_node& node : m_parked) visit(node.mapped());
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::refreshMoves() {
+    const std::uint64_t moves = PropertyBase::getOwnerMoves();
+    if (moves == m_movesSeen && !m_movedStale) return;
+    m_movesSeen = moves;
+    m_movedStale = false;
+    m_moved = 0;
+    forEachFiling([this](Filing& held) {
+        const Object* owner = held.property->getParent();
+        if (owner != nullptr && owner != held.key) {
+            ++m_moved;
+            listStray(held);
+        }
+    });
+}
+
+template <class TProperty>
+bool PropertyIndex<TProperty>::ownersAreDistinct() {
+    if (m_irregular != 0) return false;
+    refreshMoves();
     return m_moved == 0;
 }
 
@@ -346,40 +457,54 @@ typename PropertyIndex<TProperty>::position PropertyIndex<TProperty>::walk(
 
 template <class TProperty>
 bool PropertyIndex<TProperty>::isKeptAnswer(const Filing& filing, const Object* owner,
-                                            const key_type& value) const {
+                                            const key_type& value) {
     return owner != nullptr && filing.located && inRangeOf(filing.entry, value) &&
            ownerOf(filing.entry) == owner && ownersAreDistinct();
 }
 
 template <class TProperty>
+typename PropertyIndex<TProperty>::Filing* PropertyIndex<TProperty>::filingOf(
+    const PropertyBase* property) {
+    if (const Object* owner = property->getParent()) {
+        // Filed under its owner, unfiled, or moved (which changes the owner-move count).
+        Filing* filed = m_objects.find(owner);
+        if (filed != nullptr && filed->property == property) return filed;
+        refreshMoves();
+        for (Filing* stray : m_strays) {
+            if (stray->property == property) return stray;
+        }
+        return nullptr;
+    }
+    Filing* found = nullptr;
+    forEachFiling([&found, property](Filing& held) {
+        if (held.property == property) found = &held;
+    });
+    return found;
+}
+
+template <class TProperty>
 bool PropertyIndex<TProperty>::remove(Object* object) {
-    const auto filed = m_objectMap.find(object);
-    if (filed == m_objectMap.end()) return false;
-    const Filing& filing = filed->second->second;
-    property_ptr property = filing.property;
+    Filing* const own = m_objects.find(object);
+    if (own == nullptr) return false;
+    property_ptr property = own->property;
     if (property->getKey() != m_key) return false;
     const key_type& value = property->getPropertyValue();
     Object* owner = property->getParent();
-    position entry = filing.entry;
-    if (!isKeptAnswer(filing, owner, value)) {
-        const auto range = m_index.equal_range(value);
+    position entry = own->entry;
+    if (!isKeptAnswer(*own, owner, value)) {
+        const auto range = m_index.equal_range(keyOf(value));
         if (range.first == range.second) return false;
         // Past a range without the object's entry, the entry after the range is the one taken.
         entry = walk(owner, range);
         if (entry == m_index.end()) return false;
     }
-    const filing_ptr own = filed->second;
-    const filing_ptr taken = entry->second == property ? own : filingOf(entry);
-    unobserve(taken);
-    filing_ptr keyed = own;
-    if (owner != own->second.key) {
-        const auto ownerFiled = m_objectMap.find(owner);
-        keyed = ownerFiled == m_objectMap.end() ? m_filings.end() : ownerFiled->second;
-    }
-    if (keyed != m_filings.end()) unfile(keyed);
-    eraseEntry(taken, entry);
-    if (keyed != m_filings.end() && keyed != taken) release(keyed);
-    release(taken);
+    Filing* const taken = entry->second.property == property ? own : filingOf(entry);
+    unobserve(*taken);
+    Filing* const keyed = owner == own->key ? own : m_objects.find(owner);
+    if (keyed != nullptr) unfile(*keyed);
+    eraseEntry(*taken, entry);
+    if (keyed != nullptr && keyed != taken) release(*keyed);
+    release(*taken);
     return true;
 }
 
@@ -394,70 +519,160 @@ bool PropertyIndex<TProperty>::remove(const property_type& property) {
 }
 
 template <class TProperty>
-void PropertyIndex<TProperty>::addEntry(filing_ptr filing) {
-    Filing& held = filing->second;
-    if (!isRegular(held)) --m_irregular;
-    const position entry = m_index.emplace(held.property->getPropertyValue(), held.property);
-    held.located = ++held.entries == 1;
-    held.entry = entry;
-    if (!isRegular(held)) ++m_irregular;
-}
-
-template <class TProperty>
-void PropertyIndex<TProperty>::eraseEntry(filing_ptr filing, position entry) {
-    Filing& held = filing->second;
-    if (!isRegular(held)) --m_irregular;
-    if (held.located && held.entry == entry) held.located = false;
-    --held.entries;
-    m_index.erase(entry);
-    if (!isRegular(held)) ++m_irregular;
-}
-
-template <class TProperty>
-void PropertyIndex<TProperty>::unfile(filing_ptr filing) {
-    Filing& held = filing->second;
-    if (!isRegular(held)) --m_irregular;
-    m_objectMap.erase(held.key);
-    held.key = nullptr;
-    ++m_irregular;
-}
-
-template <class TProperty>
-void PropertyIndex<TProperty>::unobserve(filing_ptr filing) {
-    Filing& held = filing->second;
-    if (!held.observed) return;
-    if (!isRegular(held)) --m_irregular;
-    held.property->ValueChanged.detach(held.valueWatch);
-    held.observed = false;
-    ++m_irregular;
-}
-
-template <class TProperty>
-void PropertyIndex<TProperty>::release(filing_ptr filing) {
-    const Filing& held = filing->second;
-    if (!held.observed && held.key == nullptr && held.entries == 0) erase(filing);
-}
-
-template <class TProperty>
-void PropertyIndex<TProperty>::erase(filing_ptr filing) {
-    Filing& held = filing->second;
-    held.property->Destroyed.detach(held.destroyedWatch);
-    if (held.observed) held.property->ValueChanged.detach(held.valueWatch);
-    if (!isRegular(held)) --m_irregular;
-    if (m_moved != 0) m_movedStale = true;
-    m_filings.erase(filing);
-}
-
-template <class TProperty>
-void PropertyIndex<TProperty>::forget(filing_ptr filing) {
-    Filing& held = filing->second;
-    if (held.key != nullptr) unfile(filing);
-    if (held.located && held.entries == 1) {
-        eraseEntry(filing, held.entry);
+void PropertyIndex<TProperty>::addEntry(Filing& filing) {
+    if (!isRegular(filing)) --m_irregular;
+    position entry;
+    if (filing.parked) {
+        // The home node comes back, under the property's current value.
+        parked_node node = unpark(filing);
+        const key_type& value = filing.property->getPropertyValue();
+        const std::uint32_t prototype = acquirePrototype(value);
+        releasePrototype(filing.prototype);
+        filing.prototype = prototype;
+        node.key() = keyOf(value);
+        entry = m_index.insert(std::move(node));
+        filing.parked = false;
+    } else {
+        const key_type& value = filing.property->getPropertyValue();
+        const std::uint32_t prototype = acquirePrototype(value);
+        entry = m_index.emplace(std::piecewise_construct, std::forward_as_tuple(keyOf(value)),
+                                std::forward_as_tuple(this, filing.property, nullptr, true));
+        entry->second.prototype = prototype;
     }
-    for (auto entry = m_index.begin(); held.entries != 0 && entry != m_index.end();) {
+    filing.located = ++filing.entries == 1;
+    filing.entry = entry;
+    if (!isRegular(filing)) ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::eraseEntry(Filing& filing, position entry) {
+    if (!isRegular(filing)) --m_irregular;
+    if (filing.located && filing.entry == entry) filing.located = false;
+    --filing.entries;
+    if (&entry->second == &filing) {
+        m_parked.push_back(m_index.extract(entry));
+        filing.parked = true;
+    } else {
+        releasePrototype(entry->second.prototype);
+        m_index.erase(entry);
+    }
+    if (!isRegular(filing)) ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::listStray(Filing& filing) {
+    if (filing.stray) return;
+    filing.stray = true;
+    m_strays.push_back(&filing);
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::unfile(Filing& filing) {
+    if (!isRegular(filing)) --m_irregular;
+    m_objects.erase(filing.key);
+    filing.key = nullptr;
+    listStray(filing);
+    ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::unobserve(Filing& filing) {
+    if (!filing.observed) return;
+    if (!isRegular(filing)) --m_irregular;
+    filing.property->ValueChanged.detach(filing);
+    filing.observed = false;
+    ++m_irregular;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::release(Filing& filing) {
+    if (!filing.observed && filing.key == nullptr && filing.entries == 0) erase(filing);
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::erase(Filing& filing) {
+    filing.property->Destroyed.detach(filing);
+    if (filing.observed) filing.property->ValueChanged.detach(filing);
+    if (!isRegular(filing)) --m_irregular;
+    if (m_moved != 0) m_movedStale = true;
+    if (&filing == m_dying) m_dying = nullptr;
+    if (filing.stray) {
+        auto listed = m_strays.begin();
+        while (*listed != &filing) ++listed;
+        *listed = m_strays.back();
+        m_strays.pop_back();
+    }
+    releasePrototype(filing.prototype);
+    unpark(filing);
+}
+
+template <class TProperty>
+std::uint32_t PropertyIndex<TProperty>::acquirePrototype(const key_type& value) {
+    if constexpr (BY_TEXT) {
+        // A fixed format's values share one check; a custom pattern may be any value's own.
+        const bool shared = value.getFormatType() != PropertyValueString::STRING_FORMAT_CUSTOM;
+        if (shared) {
+            for (const std::uint32_t kept : m_sharedPrototypes) {
+                Prototype& prototype = m_prototypes[kept];
+                if (prototype.value.getFormatType() == value.getFormatType()) {
+                    ++prototype.users;
+                    return kept;
+                }
+            }
+        }
+        std::uint32_t made;
+        if (m_freePrototypes.empty()) {
+            made = static_cast<std::uint32_t>(m_prototypes.size());
+            m_prototypes.push_back(Prototype{value, 1});
+        } else {
+            made = m_freePrototypes.back();
+            m_freePrototypes.pop_back();
+            m_prototypes[made] = Prototype{value, 1};
+        }
+        if (shared) m_sharedPrototypes.push_back(made);
+        return made;
+    } else {
+        return 0;
+    }
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::releasePrototype(std::uint32_t prototype) {
+    if constexpr (BY_TEXT) {
+        if (--m_prototypes[prototype].users != 0) return;
+        m_freePrototypes.push_back(prototype);
+        for (auto shared = m_sharedPrototypes.begin(); shared != m_sharedPrototypes.end();
+             ++shared) {
+            if (*shared == prototype) {
+                m_sharedPrototypes.erase(shared);
+                break;
+            }
+        }
+    }
+}
+
+template <class TProperty>
+typename PropertyIndex<TProperty>::parked_node PropertyIndex<TProperty>::unpark(
+    const Filing& filing) {
+    auto home = m_parked.end();
+    do {
+        --home;
+    } while (&home->mapped() != &filing);
+    parked_node node = std::move(*home);
+    if (home != m_parked.end() - 1) *home = std::move(m_parked.back());
+    m_parked.pop_back();
+    return node;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::forget(Filing& filing) {
+    if (filing.key != nullptr) unfile(filing);
+    if (filing.located && filing.entries == 1) {
+        eraseEntry(filing, filing.entry);
+    }
+    for (auto entry = m_index.begin(); filing.entries != 0 && entry != m_index.end();) {
         const position next = std::next(entry);
-        if (entry->second == held.property) eraseEntry(filing, entry);
+        if (entry->second.property == filing.property) eraseEntry(filing, entry);
         entry = next;
     }
     erase(filing);
@@ -465,12 +680,17 @@ void PropertyIndex<TProperty>::forget(filing_ptr filing) {
 
 template <class TProperty>
 void PropertyIndex<TProperty>::clear() {
-    for (auto held = m_filings.begin(); held != m_filings.end(); held = m_filings.begin()) {
-        erase(held);
-    }
+    forEachFiling([](Filing& held) {
+        held.property->Destroyed.detach(held);
+        if (held.observed) held.property->ValueChanged.detach(held);
+    });
     m_index.clear();
-    m_objectMap.clear();
-    m_filings.clear();
+    m_parked.clear();
+    m_objects.clear();
+    m_strays.clear();
+    m_prototypes.clear();
+    m_freePrototypes.clear();
+    m_sharedPrototypes.clear();
     m_irregular = 0;
     m_moved = 0;
     m_movedStale = false;
@@ -480,7 +700,7 @@ template <class TProperty>
 std::vector<Object*> PropertyIndex<TProperty>::owners(typename value_map::const_iterator first,
                                                       typename value_map::const_iterator last) {
     std::vector<Object*> result;
-    for (; first != last; ++first) result.push_back(first->second->getParent());
+    for (; first != last; ++first) result.push_back(first->second.property->getParent());
     return result;
 }
 
@@ -488,20 +708,20 @@ template <class TProperty>
 std::vector<Object*> PropertyIndex<TProperty>::get() const {
     std::vector<Object*> result;
     result.reserve(m_index.size());
-    for (const auto& entry : m_index) result.push_back(entry.second->getParent());
+    for (const auto& entry : m_index) result.push_back(entry.second.property->getParent());
     return result;
 }
 
 template <class TProperty>
 typename PropertyIndex<TProperty>::property_ptr PropertyIndex<TProperty>::get(
     Object* object) const {
-    const auto filed = m_objectMap.find(object);
-    return filed == m_objectMap.end() ? nullptr : filed->second->second.property;
+    const Filing* filed = m_objects.find(object);
+    return filed == nullptr ? nullptr : filed->property;
 }
 
 template <class TProperty>
 std::vector<Object*> PropertyIndex<TProperty>::find(const key_type& value) const {
-    const auto range = m_index.equal_range(value);
+    const auto range = m_index.equal_range(keyOf(value));
     return owners(range.first, range.second);
 }
 
@@ -510,7 +730,12 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const std::string& text) con
     if (m_index.empty()) return {};
     // The smallest value as prototype: the text is read with the filed values' own kind,
     // format and limits. A string kind stores its text as given, so checking it is enough.
-    if constexpr (IS_TEXT) {
+    if constexpr (BY_TEXT) {
+        const Prototype& prototype = m_prototypes[m_index.begin()->second.prototype];
+        if (!prototype.value.isValidValue(text)) return {};
+        const auto range = m_index.equal_range(text);
+        return owners(range.first, range.second);
+    } else if constexpr (IS_TEXT) {
         if (!m_index.begin()->first.isValidValue(text)) return {};
         const auto range = m_index.equal_range(text);
         return owners(range.first, range.second);
@@ -529,13 +754,15 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
             return findPrefix(*prefixed);
         }
         for (const auto& entry : m_index) {
-            if (re.match(entry.first.key_type::getValue(), 0)) {
-                result.push_back(entry.second->getParent());
+            if (re.match(textOf(entry.first), 0)) {
+                result.push_back(entry.second.property->getParent());
             }
         }
     } else {
         for (const auto& entry : m_index) {
-            if (re.match(entry.first.toString(), 0)) result.push_back(entry.second->getParent());
+            if (re.match(entry.first.toString(), 0)) {
+                result.push_back(entry.second.property->getParent());
+            }
         }
     }
     return result;
@@ -548,11 +775,11 @@ std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const PrefixRegularExp
         const std::string& prefix = re.getPrefix();
         const bool anyTail = re.getMode() == PrefixRegularExpression::PREFIX_TEXT;
         for (auto entry = m_index.lower_bound(prefix); entry != m_index.end(); ++entry) {
-            const std::string& text = entry->first.key_type::getValue();
+            const std::string& text = textOf(entry->first);
             if (text.compare(0, prefix.size(), prefix) != 0) break;
             // Without dot-all, ".*" stops at a line break; a match never covers the empty text.
             if (!text.empty() && (anyTail || text.find('\n', prefix.size()) == std::string::npos)) {
-                result.push_back(entry->second->getParent());
+                result.push_back(entry->second.property->getParent());
             }
         }
     }
@@ -561,27 +788,32 @@ std::vector<Object*> PropertyIndex<TProperty>::findPrefix(const PrefixRegularExp
 
 template <class TProperty>
 void PropertyIndex<TProperty>::registerPropertyEvents(property_type* property) {
-    const filing_ptr filing = m_filings.find(property);
-    if (filing == m_filings.end()) return;
-    property->Destroyed.attach(filing->second.destroyedWatch);
-    property->ValueChanged.attach(filing->second.valueWatch);
+    Filing* filing = filingOf(property);
+    if (filing == nullptr) return;
+    property->Destroyed.attach(*filing);
+    property->ValueChanged.attach(*filing);
 }
 
 template <class TProperty>
 void PropertyIndex<TProperty>::unregisterPropertyEvents(property_type* property) {
-    const filing_ptr filing = m_filings.find(property);
-    if (filing == m_filings.end()) return;
-    property->Destroyed.detach(filing->second.destroyedWatch);
-    property->ValueChanged.detach(filing->second.valueWatch);
+    Filing* filing = filingOf(property);
+    if (filing == nullptr) return;
+    property->Destroyed.detach(*filing);
+    property->ValueChanged.detach(*filing);
 }
 
 template <class TProperty>
 void PropertyIndex<TProperty>::onPropertyRemoved(const void*, PropertyEventPayload& payload) {
-    const PropertyBase* source = payload.getSourceProperty();
-    filing_ptr filing = m_filings.find(source);
-    if (filing == m_filings.end()) return;
-    if (filing->second.observed) {
+    if (Filing* filing = filingOf(payload.getSourceProperty())) onDestroyed(*filing, payload);
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::onDestroyed(Filing& filing, PropertyEventPayload& payload) {
+    Filing* held = &filing;
+    if (held->observed) {
+        const PropertyBase* source = payload.getSourceProperty();
         Object* parent = source->getParent();
+        m_dying = held;
         if (parent == nullptr) {
             QES_LOG_WARNING("ProperyIndex: Received event from a property with key "
                             << m_key << " but without parent");
@@ -593,29 +825,33 @@ void PropertyIndex<TProperty>::onPropertyRemoved(const void*, PropertyEventPaylo
             QES_LOG_WARNING("ProperyIndex: Received event from unknown property "
                             << m_key << " from " << parent->getType().identifier);
         }
-        filing = m_filings.find(source);
+        held = m_dying;
+        m_dying = nullptr;
     }
     // The property is going away all the same: nothing may keep pointing at it.
-    if (filing != m_filings.end()) forget(filing);
+    if (held != nullptr) forget(*held);
 }
 
 template <class TProperty>
 void PropertyIndex<TProperty>::onPropertyDataChanged(const void*,
                                                      ValueChangedEventPayload& payload) {
-    property_ptr property = payload.concreteSource;
-    const filing_ptr filing = m_filings.find(property);
-    if (filing == m_filings.end()) return;
+    if (Filing* filing = filingOf(payload.concreteSource)) onChanged(*filing, payload);
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::onChanged(Filing& filing, ValueChangedEventPayload& payload) {
+    property_ptr property = filing.property;
     const Object* owner = property->getParent();
-    position entry = filing->second.entry;
-    if (!isKeptAnswer(filing->second, owner, payload.oldValue)) {
-        const auto range = m_index.equal_range(payload.oldValue);
+    position entry = filing.entry;
+    if (!isKeptAnswer(filing, owner, payload.oldValue)) {
+        const auto range = m_index.equal_range(keyOf(payload.oldValue));
         entry = walk(owner, range);
         if (entry == range.second) return;
     }
-    const filing_ptr taken = entry->second == property ? filing : filingOf(entry);
-    eraseEntry(taken, entry);
+    Filing* const taken = entry->second.property == property ? &filing : filingOf(entry);
+    eraseEntry(*taken, entry);
     addEntry(filing);
-    if (taken != filing) release(taken);
+    if (taken != &filing) release(*taken);
 }
 
 }  // namespace Kivo::Data::Base

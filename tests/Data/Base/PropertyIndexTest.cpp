@@ -1,6 +1,7 @@
 #include "Data/Base/PropertyIndex.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "Data/Base/Property.h"
+#include "Data/Base/PropertyIndexOwnerTable.h"
 #include "Data/Base/PropertyIndexQuery.h"
 #include "Data/Base/PropertyIndexUser.h"
 #include "TestChannel.h"
@@ -237,6 +239,92 @@ TEST(PropertyIndex, NothingDestroyedStaysFiled) {
     }
     EXPECT_TRUE(index.get().empty());
     EXPECT_EQ(&keep.property, index.find(&keep.object));
+}
+
+// A property the index still holds is refused wherever its owner went: moved onto an object
+// that is not filed, or left behind with a stale entry after its object was unfiled.
+TEST(PropertyIndex, AHeldPropertyIsRefusedUnderAnyOwner) {
+    Owned a("a", "1"), b("b", "2"), c("c", "3");
+    TestObject elsewhere("elsewhere");
+    StringIndex index("key");
+    for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
+    b.property.setParent(&elsewhere);
+    EXPECT_FALSE(index.insert(&b.property)) << "moved onto an object that is not filed";
+    EXPECT_EQ(nullptr, index.find(&elsewhere));
+    b.property.setParent(&b.object);
+
+    a.property.ValueChanged.disable();
+    ASSERT_TRUE(a.property.setValue("2"));
+    a.property.ValueChanged.enable();
+    ASSERT_TRUE(index.remove(&a.object)) << "takes c's entry, unfiles a";
+    EXPECT_EQ(nullptr, index.find(&a.object));
+    EXPECT_FALSE(index.insert(&a.property)) << "a's stale entry still holds its property";
+    ASSERT_TRUE(a.property.setValue("1")) << "back to the value of its entry";
+    ASSERT_TRUE(a.property.setValue("5"));
+    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("5"))))
+        << "a is still observed and moves";
+    ASSERT_TRUE(c.property.setValue("0")) << "c's events are not";
+    EXPECT_TRUE(index.find(std::string("0")).empty());
+    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(index.get()));
+}
+
+// find(text) reads the text with the check of the smallest filed value, whichever format it
+// has, and whatever pattern a custom value carries; re-filing takes the new value's check.
+TEST(PropertyIndex, TextIsCheckedByTheSmallestValuesFormat) {
+    StringIndex index("key");
+    TestObject dated("dated"), free("free"), custom("custom");
+    PropertyString date("key", &dated,
+                        PropertyValueString("2020-01-01", PropertyValueString::STRING_FORMAT_DATE));
+    PropertyString text("key", &free, PropertyValueString("x"));
+    PropertyValueString digits("5", PropertyValueString::STRING_FORMAT_CUSTOM);
+    ASSERT_TRUE(digits.setCustomFormat("[0-9]+"));
+    PropertyString pattern("key", &custom, digits);
+    for (PropertyString* property : {&date, &text, &pattern}) ASSERT_TRUE(index.insert(property));
+
+    EXPECT_EQ((std::vector<std::string>{"dated"}), names(index.find(std::string("2020-01-01"))));
+    EXPECT_TRUE(index.find(std::string("x")).empty()) << "the date check refuses 'x'";
+    ASSERT_TRUE(date.setPropertyValue(PropertyValueString("y")));
+    EXPECT_EQ((std::vector<std::string>{"custom"}), names(index.find(std::string("5"))));
+    EXPECT_TRUE(index.find(std::string("x")).empty()) << "now the custom pattern refuses it";
+    ASSERT_TRUE(index.remove(&custom));
+    EXPECT_EQ((std::vector<std::string>{"free"}), names(index.find(std::string("x"))));
+    ASSERT_TRUE(index.insert(&pattern));
+    ASSERT_TRUE(pattern.setValue("42"));
+    EXPECT_TRUE(index.find(std::string("x")).empty()) << "the pattern came back with its value";
+    EXPECT_EQ((std::vector<std::string>{"custom"}), names(index.find(std::string("42"))));
+}
+
+// Mostly insertions, then mostly removals (the table grows, then shrinks): every lookup
+// answers as a map does.
+TEST(PropertyIndexOwnerTable, AnswersAsAMap) {
+    struct Record {
+        Object* key;
+    };
+    std::mt19937 random(19);
+    std::vector<TestObject> objects(600);
+    std::map<Object*, Record> reference;
+    PropertyIndexOwnerTable<Record> table;
+    for (int round = 0; round < 20000; ++round) {
+        Object* object = &objects[random() % objects.size()];
+        const bool adding = (random() % 3 != 0) == (round < 10000);
+        if (adding && reference.count(object) == 0) {
+            table.insert(&reference.emplace(object, Record{object}).first->second);
+        } else {
+            table.erase(object);
+            reference.erase(object);
+        }
+        Object* probe = &objects[random() % objects.size()];
+        const auto expected = reference.find(probe);
+        ASSERT_EQ(expected == reference.end() ? nullptr : &expected->second, table.find(probe))
+            << "round " << round;
+    }
+    for (TestObject& object : objects) {
+        const auto expected = reference.find(&object);
+        ASSERT_EQ(expected == reference.end() ? nullptr : &expected->second, table.find(&object));
+    }
+    EXPECT_EQ(nullptr, table.find(nullptr));
+    table.clear();
+    EXPECT_EQ(nullptr, table.find(&objects[0]));
 }
 
 // A prefix expression is answered by a range over the ordered index. In 200 random rounds per
