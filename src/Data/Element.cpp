@@ -1,6 +1,7 @@
 #include "Data/Element.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 #include <Poco/Bugcheck.h>
 #include <Poco/Exception.h>
@@ -264,24 +265,39 @@ void Element::applyUpdate(const Poco::JSON::Object& json, const KeyCollection& c
     raiseDataChanged(payload);
 }
 
+namespace {
+
+// Logs the first member of `json` that names no property `element` knows, in the JSON object's
+// own order (which may be the order its members were set in), and refuses the object.
+OperationResult refuseUnknownMember(const Element& element, const Poco::JSON::Object& json) {
+    for (const std::string& name : json.getNames()) {
+        if (!element.knowsProperty(name)) {
+            QES_LOG_ERROR(INIT_FAILED << " JSON object for " << element.getType().name
+                                      << " has unknown property " << name);
+            break;
+        }
+    }
+    return OperationResult(OperationResult::UNKNOWN_PROPERTY);
+}
+
+}  // namespace
+
 OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
     if (json == nullptr) {
         QES_LOG_ERROR(INIT_FAILED << " JSON object is null pointer");
         return OperationResult(OperationResult::PROCESSING_ERROR);
     }
-    for (const std::string& name : json->getNames()) {
-        if (!knowsProperty(name)) {
-            QES_LOG_ERROR(INIT_FAILED << " JSON object for " << getType().name
-                                      << " has unknown property " << name);
-            return OperationResult(OperationResult::UNKNOWN_PROPERTY);
-        }
+    for (const auto& member : *json) {
+        if (!knowsProperty(member.first)) return refuseUnknownMember(*this, *json);
     }
     {
         ScopedRecursiveWriteLock lock(lockRef());
-        for (const PropertyKey& key : getKnownPropertyKeys()) {
-            if (!json->has(key) || json->get(key).isEmpty()) continue;
-            const OperationResult result =
-                initPropertyFromMember(key, findProperty(key), memberText(json->get(key)));
+        // The members come ordered by key, byte-wise, as the known keys do: every member being
+        // known, visiting the members is visiting the known keys that have one.
+        for (const auto& member : *json) {
+            if (member.second.isEmpty()) continue;
+            const OperationResult result = initPropertyFromMember(
+                member.first, findProperty(member.first), memberText(member.second));
             if (!result.isSuccess()) return result;
         }
     }
@@ -337,7 +353,8 @@ bool Element::adjustElementUri() {
     {
         Base::PropertyLockGuard guard(m_resource->getUri(), false);
         if (m_resource->getUri().getValue().empty()) return false;
-        resourceUri = m_resource->getUri().getValue().toString();
+        // The value's text is the URI library's text of the URI, kept: no need to write it again.
+        resourceUri = m_resource->getUri().getPropertyValue().toString();
     }
     try {
         return setUri(Base::PropertyValueUri(resourceUri + "/" + getIdentification().toString()));
@@ -345,6 +362,33 @@ bool Element::adjustElementUri() {
         return false;
     }
 }
+
+namespace {
+
+bool isEmptyText(const Poco::Dynamic::Var& value) {
+    return value.isString() && value.extract<std::string>().empty();
+}
+
+bool isJSONObject(const Poco::Dynamic::Var& value) {
+    return value.type() == typeid(Poco::JSON::Object::Ptr) &&
+           !value.extract<Poco::JSON::Object::Ptr>().isNull();
+}
+
+// The inequality of two generic values, as the Var inequality answers it (by their texts),
+// without writing a text that cannot matter: that of a JSON object (a reference's value) set
+// against the empty text (a null reference's), which it never equals.
+bool differs(const Poco::Dynamic::Var& before, const Poco::Dynamic::Var& after) {
+    if (before.isString() && after.isString()) {
+        return before.extract<std::string>() != after.extract<std::string>();
+    }
+    if ((isJSONObject(before) && isEmptyText(after)) ||
+        (isEmptyText(before) && isJSONObject(after))) {
+        return true;
+    }
+    return before != after;
+}
+
+}  // namespace
 
 void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
     const PropertyBase* source = payload.getSourceProperty();
@@ -365,7 +409,8 @@ void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
             OptionalPropertySetEventPayload setPayload(*payload.getSourceProperty());
             OptionalPropertySet.notify(this, setPayload);
         }
-        changed = payload.getPreviousValue() != source->getPropertyValueBase().getGenericValue();
+        changed = differs(payload.getPreviousValue(),
+                          source->getPropertyValueBase().getGenericValue());
     } else if (payload.getEvent() == PropertyEventPayload::PROPERTY_OWNER_CHANGED) {
         changed = source->getParent() != this;
     }
