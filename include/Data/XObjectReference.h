@@ -53,6 +53,7 @@ public:
     static std::unique_ptr<DummyObject> createFromUri(const std::string& uri);
 
 private:
+    explicit DummyObject(const Type& type);
     DummyObject(const Type& type, const Poco::JSON::Object* json);
 
     // The path segments of the element URI `uri`; logs and throws as createFromUri.
