@@ -57,7 +57,7 @@ private:
     DummyObject(const Type& type, const Poco::JSON::Object* json);
 
     // The path segments of the element URI `uri`; logs and throws as createFromUri.
-    static std::vector<std::string> elementSegments(const std::string& uri);
+    static std::vector<std::string> elementSegments(const Base::PropertyValueUri& uri);
     // The placeholder type for an element URI's segments.
     static Type typeOf(const std::vector<std::string>& segments);
 };

@@ -9,6 +9,7 @@
 #include "Data/AbstractResource.h"
 #include "Data/OptionalProperty.h"
 #include "Data/Service.h"
+#include "Data/XObjectReference.h"
 #include "DataChangedDispatcher.h"
 #include "Logging/Log.h"
 
@@ -388,6 +389,17 @@ bool differs(const Poco::Dynamic::Var& before, const Poco::Dynamic::Var& after) 
     return before != after;
 }
 
+// Whether `now` differs from the generic value `before`. A reference holding its live target
+// has that target's JSON object as its generic value, which differs from the empty text without
+// being built; asking for it would not resolve anything either.
+bool differsFrom(const Poco::Dynamic::Var& before, const Base::PropertyValueBase& now) {
+    if (isEmptyText(before)) {
+        const auto* reference = dynamic_cast<const XObjectReference*>(&now);
+        if (reference != nullptr && reference->isResolvedReference()) return true;
+    }
+    return differs(before, now.getGenericValue());
+}
+
 }  // namespace
 
 void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
@@ -409,8 +421,7 @@ void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
             OptionalPropertySetEventPayload setPayload(*payload.getSourceProperty());
             OptionalPropertySet.notify(this, setPayload);
         }
-        changed = differs(payload.getPreviousValue(),
-                          source->getPropertyValueBase().getGenericValue());
+        changed = differsFrom(payload.getPreviousValue(), source->getPropertyValueBase());
     } else if (payload.getEvent() == PropertyEventPayload::PROPERTY_OWNER_CHANGED) {
         changed = source->getParent() != this;
     }

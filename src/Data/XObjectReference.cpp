@@ -11,7 +11,6 @@
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
-#include <Poco/URI.h>
 #include <Poco/UUID.h>
 
 #include "Data/ReferenceResolver.h"
@@ -58,9 +57,8 @@ DummyObject::DummyObject(const Type& type) : XObject(type) {}
 
 DummyObject::DummyObject(const Type& type, const Poco::JSON::Object* json) : XObject(type, json) {}
 
-std::vector<std::string> DummyObject::elementSegments(const std::string& uri) {
-    std::vector<std::string> segments;
-    Poco::URI(uri).getPathSegments(segments);
+std::vector<std::string> DummyObject::elementSegments(const Base::PropertyValueUri& uri) {
+    const std::vector<std::string> segments = uri.getPathSegments();
     if (segments.size() != 3) {
         QES_LOG_ERROR(
             "Invalid XObject URI. Only Element URIs with 3 segments "
@@ -82,12 +80,15 @@ std::unique_ptr<DummyObject> DummyObject::createFromJSON(
     const Poco::SharedPtr<Poco::JSON::Object>& json) {
     poco_check_ptr(json.get());
     const bool hasUri = json->has(KEY_URI) && !json->get(KEY_URI).isEmpty();
-    const Type type = typeOf(elementSegments(hasUri ? memberText(json->get(KEY_URI)) : ""));
+    const Type type = typeOf(
+        elementSegments(Base::PropertyValueUri(hasUri ? memberText(json->get(KEY_URI)) : "")));
     return std::unique_ptr<DummyObject>(new DummyObject(type, json.get()));
 }
 
 std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) {
-    const std::vector<std::string> segments = elementSegments(uri);
+    // Read once, for the segments and as the placeholder's URI.
+    const Base::PropertyValueUri value(uri);
+    const std::vector<std::string> segments = elementSegments(value);
     const Poco::UUID id(segments[2]);
     if (id.isNull()) {
         // Refused by the id property: initialising from JSON logs and throws as documented.
@@ -102,7 +103,7 @@ std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) 
     std::unique_ptr<DummyObject> placeholder(new DummyObject(typeOf(segments)));
     placeholder->setId(Base::PropertyValueUuid(id));
     placeholder->setName(Base::PropertyValueString(UNIDENTIFIED_NAME));
-    placeholder->setUri(Base::PropertyValueUri(uri));
+    placeholder->setUri(value);
     return placeholder;
 }
 

@@ -42,8 +42,9 @@ bool isPlainPath(const std::string& text) {
 PropertyValue<Poco::URI>::PropertyValue(const value_type& value) { store(value, nullptr); }
 
 PropertyValue<Poco::URI>::PropertyValue(const std::string& text) {
-    if (isPlainPath(text) && text.size() < IRREGULAR) {
-        // Element URIs are such paths: building one per element need not parse it.
+    if (text.empty() || (isPlainPath(text) && text.size() < IRREGULAR)) {
+        // Element URIs are such paths: building one per element need not parse it. The empty
+        // text is the empty URI's.
         m_text = text;
         m_pathLength = static_cast<std::uint32_t>(text.size());
         return;
