@@ -393,7 +393,7 @@ bool differs(const Poco::Dynamic::Var& before, const Poco::Dynamic::Var& after) 
 // has that target's JSON object as its generic value, which differs from the empty text without
 // being built; asking for it would not resolve anything either.
 bool differsFrom(const Poco::Dynamic::Var& before, const Base::PropertyValueBase& now) {
-    if (isEmptyText(before)) {
+    if (now.isReference() && isEmptyText(before)) {
         const auto* reference = dynamic_cast<const XObjectReference*>(&now);
         if (reference != nullptr && reference->isResolvedReference()) return true;
     }
