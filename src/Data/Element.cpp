@@ -382,6 +382,10 @@ bool differs(const Poco::Dynamic::Var& before, const Poco::Dynamic::Var& after) 
     if (before.isString() && after.isString()) {
         return before.extract<std::string>() != after.extract<std::string>();
     }
+    // An integer has one text per value: two texts differ where the integers do.
+    if (before.type() == typeid(long) && after.type() == typeid(long)) {
+        return before.extract<long>() != after.extract<long>();
+    }
     if ((isJSONObject(before) && isEmptyText(after)) ||
         (isEmptyText(before) && isJSONObject(after))) {
         return true;
