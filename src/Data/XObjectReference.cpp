@@ -46,6 +46,15 @@ bool mayBeJSON(const std::string& text) {
     return first != '/' && (!letter || first == 't' || first == 'f' || first == 'n');
 }
 
+// `value` as a reference, or null for a plain value. Indexes compare references with each other
+// all the time: the exact type is checked before the general cast, which costs far more.
+const XObjectReference* asReference(const Base::PropertyValue<XObject*>& value) {
+    if (typeid(value) == typeid(XObjectReference)) {
+        return static_cast<const XObjectReference*>(&value);
+    }
+    return dynamic_cast<const XObjectReference*>(&value);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -117,7 +126,7 @@ class XObjectReference::PairLock {
 public:
     PairLock(const XObjectReference& self, const Base::PropertyValue<XObject*>& other)
         : m_first(&self.m_mutexValue) {
-        const auto* reference = dynamic_cast<const XObjectReference*>(&other);
+        const XObjectReference* reference = asReference(other);
         if (reference != nullptr && reference != &self) {
             m_second = &reference->m_mutexValue;
             if (m_second < m_first) std::swap(m_first, m_second);
@@ -225,7 +234,7 @@ bool XObjectReference::resolveReference(XObject* const& placeholder, XObject*& r
 }
 
 XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
-    const auto* reference = dynamic_cast<const XObjectReference*>(&other);
+    const XObjectReference* reference = asReference(other);
     return reference != nullptr ? reference->getValuePriv() : other.getValue();
 }
 
