@@ -296,9 +296,14 @@ OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
         // The members come ordered by key, byte-wise, as the known keys do: every member being
         // known, visiting the members is visiting the known keys that have one.
         for (const auto& member : *json) {
-            if (member.second.isEmpty()) continue;
-            const OperationResult result = initPropertyFromMember(
-                member.first, findProperty(member.first), memberText(member.second));
+            const Poco::Dynamic::Var& value = member.second;
+            if (value.isEmpty()) continue;
+            // A text member is read in place; other members are written out as text.
+            std::string written;
+            const std::string& text =
+                value.isString() ? value.extract<std::string>() : (written = memberText(value));
+            const OperationResult result =
+                initPropertyFromMember(member.first, findProperty(member.first), text);
             if (!result.isSuccess()) return result;
         }
     }
