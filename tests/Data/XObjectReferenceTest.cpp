@@ -1,6 +1,5 @@
 #include "Data/XObjectReference.h"
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <sstream>
@@ -408,12 +407,7 @@ TEST_F(XObjectReferenceTest, ReferenceWritesRaiseForOtherTargetsOnly) {
         ASSERT_TRUE(note->setProperty("about", contactUri(id)).isSuccess()) << id;
     }
     ASSERT_TRUE(note->setProperty("name", "marker").isSuccess());
-    const auto isMarker = [](const Kivo::Test::DataChangedRecorder::Payload& payload) {
-        return payload.getSourcePropertyKeys() == KeyCollection{"name"};
-    };
-    EXPECT_TRUE(recorder.waitUntil([&](const auto& all) {
-        return std::any_of(all.begin(), all.end(), isMarker);
-    }));
+    EXPECT_TRUE(recorder.waitFor(3));
     recorder.unsubscribe(*note);
     std::vector<KeyCollection> keys;
     for (const auto& payload : recorder.payloads()) keys.push_back(payload.getSourcePropertyKeys());
