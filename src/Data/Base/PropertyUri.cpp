@@ -30,8 +30,8 @@ bool isPlainPath(const std::string& text) {
     if (text.empty() || text[0] != '/' || (text.size() > 1 && text[1] == '/')) return false;
     for (const char c : text) {
         const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                           (c >= '0' && c <= '9') || c == '/' || c == '-' || c == '.' ||
-                           c == '_' || c == '~';
+                           (c >= '0' && c <= '9') || c == '/' || c == '-' || c == '.' || c == '_' ||
+                           c == '~';
         if (!plain) return false;
     }
     return true;
