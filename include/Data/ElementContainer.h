@@ -183,8 +183,12 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
     const OperationResult initialised = initElement(*element, json);
     if (!initialised.isSuccess()) return initialised;
     const Poco::UUID id = element->getIdentification();
-    if (m_elements.count(id) != 0) return OperationResult(OperationResult::DUPLICATE);
-    setHeldEntry(*element, &m_elements.emplace(id, element).first->second);
+    // One search of the map serves both the duplicate check and the insertion.
+    const auto next = m_elements.lower_bound(id);
+    if (next != m_elements.end() && next->first == id) {
+        return OperationResult(OperationResult::DUPLICATE);
+    }
+    setHeldEntry(*element, &m_elements.emplace_hint(next, id, element)->second);
     attach(*element);
     announceAdded(*element);
     return OperationResult(OperationResult::OK);

@@ -53,10 +53,11 @@ public:
     static std::unique_ptr<DummyObject> createFromUri(const std::string& uri);
 
 private:
+    explicit DummyObject(const Type& type);
     DummyObject(const Type& type, const Poco::JSON::Object* json);
 
     // The path segments of the element URI `uri`; logs and throws as createFromUri.
-    static std::vector<std::string> elementSegments(const std::string& uri);
+    static std::vector<std::string> elementSegments(const Base::PropertyValueUri& uri);
     // The placeholder type for an element URI's segments.
     static Type typeOf(const std::vector<std::string>& segments);
 };

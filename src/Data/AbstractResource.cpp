@@ -197,8 +197,9 @@ std::vector<Base::PropertyKey> AbstractResource::getElementPropertyKeys() const 
 AbstractResource::Ptr AbstractResource::buildElement(const Poco::JSON::Object& json,
                                                      const std::function<Element*()>& build) {
     Poco::UUID id;
-    const bool identified = json.has(KEY_ID) && json.get(KEY_ID).isString() &&
-                            id.tryParse(json.get(KEY_ID).extract<std::string>()) && !id.isNull();
+    const Poco::Dynamic::Var member = json.get(KEY_ID);
+    const bool identified =
+        member.isString() && id.tryParse(member.extract<std::string>()) && !id.isNull();
     // Whatever `build` does, the preset ends with it.
     struct Preset {
         explicit Preset(const Poco::UUID* id) { Element::presetNextId(id); }

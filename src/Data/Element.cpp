@@ -1,6 +1,7 @@
 #include "Data/Element.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 #include <Poco/Bugcheck.h>
 #include <Poco/Exception.h>
@@ -8,6 +9,7 @@
 #include "Data/AbstractResource.h"
 #include "Data/OptionalProperty.h"
 #include "Data/Service.h"
+#include "Data/XObjectReference.h"
 #include "DataChangedDispatcher.h"
 #include "Logging/Log.h"
 
@@ -265,24 +267,44 @@ void Element::applyUpdate(const Poco::JSON::Object& json, const KeyCollection& c
     raiseDataChanged(payload);
 }
 
+namespace {
+
+// Logs the first member of `json` that names no property `element` knows, in the JSON object's
+// own order (which may be the order its members were set in), and refuses the object.
+OperationResult refuseUnknownMember(const Element& element, const Poco::JSON::Object& json) {
+    for (const std::string& name : json.getNames()) {
+        if (!element.knowsProperty(name)) {
+            QES_LOG_ERROR(INIT_FAILED << " JSON object for " << element.getType().name
+                                      << " has unknown property " << name);
+            break;
+        }
+    }
+    return OperationResult(OperationResult::UNKNOWN_PROPERTY);
+}
+
+}  // namespace
+
 OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
     if (json == nullptr) {
         QES_LOG_ERROR(INIT_FAILED << " JSON object is null pointer");
         return OperationResult(OperationResult::PROCESSING_ERROR);
     }
-    for (const std::string& name : json->getNames()) {
-        if (!knowsProperty(name)) {
-            QES_LOG_ERROR(INIT_FAILED << " JSON object for " << getType().name
-                                      << " has unknown property " << name);
-            return OperationResult(OperationResult::UNKNOWN_PROPERTY);
-        }
+    for (const auto& member : *json) {
+        if (!knowsProperty(member.first)) return refuseUnknownMember(*this, *json);
     }
     {
         ScopedRecursiveWriteLock lock(lockRef());
-        for (const PropertyKey& key : getKnownPropertyKeys()) {
-            if (!json->has(key) || json->get(key).isEmpty()) continue;
+        // The members come ordered by key, byte-wise, as the known keys do: every member being
+        // known, visiting the members is visiting the known keys that have one.
+        for (const auto& member : *json) {
+            const Poco::Dynamic::Var& value = member.second;
+            if (value.isEmpty()) continue;
+            // A text member is read in place; other members are written out as text.
+            std::string written;
+            const std::string& text =
+                value.isString() ? value.extract<std::string>() : (written = memberText(value));
             const OperationResult result =
-                initPropertyFromMember(key, findProperty(key), memberText(json->get(key)));
+                initPropertyFromMember(member.first, findProperty(member.first), text);
             if (!result.isSuccess()) return result;
         }
     }
@@ -339,7 +361,8 @@ bool Element::adjustElementUri() {
     {
         Base::PropertyLockGuard guard(m_resource->getUri(), false);
         if (m_resource->getUri().getValue().empty()) return false;
-        resourceUri = m_resource->getUri().getValue().toString();
+        // The value's text is the URI library's text of the URI, kept: no need to write it again.
+        resourceUri = m_resource->getUri().getPropertyValue().toString();
     }
     try {
         return setUri(Base::PropertyValueUri(resourceUri + "/" + getIdentification().toString()));
@@ -347,6 +370,48 @@ bool Element::adjustElementUri() {
         return false;
     }
 }
+
+namespace {
+
+bool isEmptyText(const Poco::Dynamic::Var& value) {
+    return value.isString() && value.extract<std::string>().empty();
+}
+
+bool isJSONObject(const Poco::Dynamic::Var& value) {
+    return value.type() == typeid(Poco::JSON::Object::Ptr) &&
+           !value.extract<Poco::JSON::Object::Ptr>().isNull();
+}
+
+// The inequality of two generic values, as the Var inequality answers it (by their texts),
+// without writing a text that cannot matter: that of a JSON object (a reference's value) set
+// against the empty text (a null reference's), which it never equals.
+bool differs(const Poco::Dynamic::Var& before, const Poco::Dynamic::Var& after) {
+    if (before.isString() && after.isString()) {
+        return before.extract<std::string>() != after.extract<std::string>();
+    }
+    // An integer has one text per value: two texts differ where the integers do.
+    if (before.type() == typeid(long) && after.type() == typeid(long)) {
+        return before.extract<long>() != after.extract<long>();
+    }
+    if ((isJSONObject(before) && isEmptyText(after)) ||
+        (isEmptyText(before) && isJSONObject(after))) {
+        return true;
+    }
+    return before != after;
+}
+
+// Whether `now` differs from the generic value `before`. A reference holding its live target
+// has that target's JSON object as its generic value, which differs from the empty text without
+// being built; asking for it would not resolve anything either.
+bool differsFrom(const Poco::Dynamic::Var& before, const Base::PropertyValueBase& now) {
+    if (now.isReference() && isEmptyText(before)) {
+        const auto* reference = dynamic_cast<const XObjectReference*>(&now);
+        if (reference != nullptr && reference->isResolvedReference()) return true;
+    }
+    return differs(before, now.getGenericValue());
+}
+
+}  // namespace
 
 void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
     const PropertyBase* source = payload.getSourceProperty();
@@ -367,7 +432,7 @@ void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
             OptionalPropertySetEventPayload setPayload(*payload.getSourceProperty());
             OptionalPropertySet.notify(this, setPayload);
         }
-        changed = payload.getPreviousValue() != source->getPropertyValueBase().getGenericValue();
+        changed = differsFrom(payload.getPreviousValue(), source->getPropertyValueBase());
     } else if (payload.getEvent() == PropertyEventPayload::PROPERTY_OWNER_CHANGED) {
         changed = source->getParent() != this;
     }

@@ -28,7 +28,8 @@ XObject::XObject(const Type& type)
     : Object(type, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
       m_uuid(KEY_ID, this, PropertyValueUuid(Poco::UUID::null())),
       m_name(KEY_NAME, this, PropertyValueString(std::string())),
-      m_uri(KEY_URI, this, PropertyValueUri()) {
+      // The empty URI read from its text, which needs no URI library to read or write it.
+      m_uri(KEY_URI, this, PropertyValueUri(std::string())) {
     registerOwnProperties();
 }
 

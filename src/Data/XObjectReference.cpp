@@ -11,7 +11,6 @@
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
-#include <Poco/URI.h>
 #include <Poco/UUID.h>
 
 #include "Data/ReferenceResolver.h"
@@ -37,6 +36,25 @@ std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
     return nullptr;
 }
 
+// False where the JSON parser is sure to refuse `text` for its first character: a slash, as an
+// element URI's path begins, or a letter, as a scheme does, but for the "t", "f" and "n" of the
+// literals. Refusing costs the parser an exception, and most texts of references are URIs.
+bool mayBeJSON(const std::string& text) {
+    if (text.empty()) return true;
+    const char first = text[0];
+    const bool letter = (first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z');
+    return first != '/' && (!letter || first == 't' || first == 'f' || first == 'n');
+}
+
+// `value` as a reference, or null for a plain value. Indexes compare references with each other
+// all the time: the exact type is checked before the general cast, which costs far more.
+const XObjectReference* asReference(const Base::PropertyValue<XObject*>& value) {
+    if (typeid(value) == typeid(XObjectReference)) {
+        return static_cast<const XObjectReference*>(&value);
+    }
+    return dynamic_cast<const XObjectReference*>(&value);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -44,11 +62,12 @@ std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
 
 DummyObject::DummyObject(const XObject& source) : XObject(source) {}
 
+DummyObject::DummyObject(const Type& type) : XObject(type) {}
+
 DummyObject::DummyObject(const Type& type, const Poco::JSON::Object* json) : XObject(type, json) {}
 
-std::vector<std::string> DummyObject::elementSegments(const std::string& uri) {
-    std::vector<std::string> segments;
-    Poco::URI(uri).getPathSegments(segments);
+std::vector<std::string> DummyObject::elementSegments(const Base::PropertyValueUri& uri) {
+    const std::vector<std::string> segments = uri.getPathSegments();
     if (segments.size() != 3) {
         QES_LOG_ERROR(
             "Invalid XObject URI. Only Element URIs with 3 segments "
@@ -70,17 +89,31 @@ std::unique_ptr<DummyObject> DummyObject::createFromJSON(
     const Poco::SharedPtr<Poco::JSON::Object>& json) {
     poco_check_ptr(json.get());
     const bool hasUri = json->has(KEY_URI) && !json->get(KEY_URI).isEmpty();
-    const Type type = typeOf(elementSegments(hasUri ? memberText(json->get(KEY_URI)) : ""));
+    const Type type = typeOf(
+        elementSegments(Base::PropertyValueUri(hasUri ? memberText(json->get(KEY_URI)) : "")));
     return std::unique_ptr<DummyObject>(new DummyObject(type, json.get()));
 }
 
 std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) {
-    const std::vector<std::string> segments = elementSegments(uri);
-    Poco::JSON::Object json;
-    json.set(KEY_ID, Poco::UUID(segments[2]).toString());
-    json.set(KEY_NAME, std::string(UNIDENTIFIED_NAME));
-    json.set(KEY_URI, uri);
-    return std::unique_ptr<DummyObject>(new DummyObject(typeOf(segments), &json));
+    // Read once, for the segments and as the placeholder's URI.
+    const Base::PropertyValueUri value(uri);
+    const std::vector<std::string> segments = elementSegments(value);
+    const Poco::UUID id(segments[2]);
+    if (id.isNull()) {
+        // Refused by the id property: initialising from JSON logs and throws as documented.
+        Poco::JSON::Object json;
+        json.set(KEY_ID, id.toString());
+        json.set(KEY_NAME, std::string(UNIDENTIFIED_NAME));
+        json.set(KEY_URI, uri);
+        return std::unique_ptr<DummyObject>(new DummyObject(typeOf(segments), &json));
+    }
+    // The writes initialising from {"id", "name", "uri"} makes, in its order and with its
+    // events, of values that need no reading from text.
+    std::unique_ptr<DummyObject> placeholder(new DummyObject(typeOf(segments)));
+    placeholder->setId(Base::PropertyValueUuid(id));
+    placeholder->setName(Base::PropertyValueString(UNIDENTIFIED_NAME));
+    placeholder->setUri(value);
+    return placeholder;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -93,7 +126,7 @@ class XObjectReference::PairLock {
 public:
     PairLock(const XObjectReference& self, const Base::PropertyValue<XObject*>& other)
         : m_first(&self.m_mutexValue) {
-        const auto* reference = dynamic_cast<const XObjectReference*>(&other);
+        const XObjectReference* reference = asReference(other);
         if (reference != nullptr && reference != &self) {
             m_second = &reference->m_mutexValue;
             if (m_second < m_first) std::swap(m_first, m_second);
@@ -201,7 +234,7 @@ bool XObjectReference::resolveReference(XObject* const& placeholder, XObject*& r
 }
 
 XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
-    const auto* reference = dynamic_cast<const XObjectReference*>(&other);
+    const XObjectReference* reference = asReference(other);
     return reference != nullptr ? reference->getValuePriv() : other.getValue();
 }
 
@@ -307,9 +340,9 @@ bool XObjectReference::operator!=(const Base::PropertyValue<XObject*>& other) co
 bool XObjectReference::parseString(const std::string& text, value_type& out) const {
     out = nullptr;
     Poco::Dynamic::Var json;
-    bool isJSON = true;
+    bool isJSON = mayBeJSON(text);
     try {
-        json = Poco::JSON::Parser().parse(text);
+        if (isJSON) json = Poco::JSON::Parser().parse(text);
     } catch (const std::exception&) {
         isJSON = false;
     }

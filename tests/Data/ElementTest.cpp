@@ -198,6 +198,30 @@ TEST_F(ElementTest, JsonFormsAndInitialisation) {
               capture.texts());
 }
 
+// A member the element does not know is named in the JSON object's own order; a write that
+// leaves a value as it was raises nothing; a null member is skipped.
+TEST_F(ElementTest, InitialisationNamesUnknownMembersInOrderAndRaisesChangesOnly) {
+    Poco::JSON::Object ordered(Poco::JSON_PRESERVE_KEY_ORDER);
+    ordered.set("zeta", 1);
+    ordered.set("title", "t");
+    ordered.set("alpha", 2);
+    {
+        ScopedLogCapture capture(Poco::Message::PRIO_ERROR);
+        EXPECT_EQ(OperationResult::UNKNOWN_PROPERTY,
+                  element.initElementFromJSON(&ordered).value());
+        EXPECT_EQ((Texts{"Error: Failed to initialise element from JSON:  JSON object for Item "
+                         "has unknown property zeta"}),
+                  capture.texts());
+    }
+    const auto first = parseObject(R"({"title":"t","count":0,"tags":["a"],"note":null})");
+    EXPECT_EQ(OperationResult::OK, element.initElementFromJSON(first.get()).value());
+    const auto again = parseObject(R"({"title":"t","readonly":"r","tags":["a"]})");
+    EXPECT_EQ(OperationResult::OK, element.initElementFromJSON(again.get()).value());
+    EXPECT_EQ("t", element.title.getValue());
+    EXPECT_TRUE(element.note.isNull());
+    EXPECT_EQ((std::vector<KeyCollection>{{"tags"}, {"title"}, {"readonly"}}), eventsSoFar());
+}
+
 // Elements of the test kind; "title" is required, deleting can be switched off.
 class Items : public Kivo::Test::TestContainer<TestElement> {
 public:

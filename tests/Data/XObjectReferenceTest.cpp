@@ -1,6 +1,7 @@
 #include "Data/XObjectReference.h"
 
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -130,6 +131,28 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         EXPECT_EQ(type + R"( {"id":")" + alice + R"(","name":"unidentified element","uri":")" +
                       uri + "\"}",
                   identity(*DummyObject::createFromUri(uri)));
+    }
+    // The id is the UUID's text, the URI the URI library's; the owner writes id, name and uri
+    // in that order.
+    const std::string upper = "/Phone/co%6Etacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8";
+    {
+        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+        const std::unique_ptr<DummyObject> placeholder = DummyObject::createFromUri(upper);
+        EXPECT_EQ((Texts{"Trace: Property id has changed", "Trace: Property name has changed",
+                         "Trace: Property uri has changed"}),
+                  capture.texts());
+        EXPECT_EQ(std::string("contactObject Phone.contacts.contactObject /Phone/contacts/ ") +
+                      R"({"id":")" + alice + R"(","name":"unidentified element","uri":")" +
+                      "/Phone/contacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8\"}",
+                  identity(*placeholder));
+    }
+    // The null UUID is no id.
+    {
+        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+        EXPECT_THROW(DummyObject::createFromUri("/Phone/contacts/" + Poco::UUID::null().toString()),
+                     Poco::DataException);
+        EXPECT_EQ((Texts{"Error: Failed to init property id for contactObject: invalid value"}),
+                  referenceLines(capture));
     }
     for (const std::string& uri : {std::string("/Phone/contacts"), contactUri(ALICE) + "/more",
                                    std::string("/"), std::string()}) {
@@ -346,6 +369,9 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
           "XObject URI",
           PARSE_FAILED}},
         {"[1]", false, {PARSE_FAILED}},
+        {" " + alice + R"(,"uri":")" + contactUri(ALICE) + "\"}", true, {}},
+        {"http://host" + contactUri(ALICE), true, {NO_JSON}},
+        {"Phone/contacts/" + std::string(ALICE), true, {NO_JSON}},
     };
     for (const Row& row : rows) {
         XObjectReference reference;
@@ -366,6 +392,26 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
     const std::string line =
         "Error: Caught Exception while trying to resolve XObject reference: boom";
     EXPECT_EQ((Texts{line, line}), capture.texts());
+}
+
+// A write of a reference raises DataChanged when the target differs from the one before, the
+// null reference included, and not when it is the same.
+TEST_F(XObjectReferenceTest, ReferenceWritesRaiseForOtherTargetsOnly) {
+    add(contacts, "Alice", ALICE);
+    add(contacts, "Bob", BOB);
+    Note* note = add(notes, "note", "00000000-0000-0000-0000-000000000001");
+    note->about.setReferenceResolver(&resolver);
+    Kivo::Test::DataChangedRecorder recorder;
+    recorder.subscribe(*note);
+    for (const char* id : {ALICE, ALICE, BOB}) {
+        ASSERT_TRUE(note->setProperty("about", contactUri(id)).isSuccess()) << id;
+    }
+    ASSERT_TRUE(note->setProperty("name", "marker").isSuccess());
+    EXPECT_TRUE(recorder.waitFor(3));
+    recorder.unsubscribe(*note);
+    std::vector<KeyCollection> keys;
+    for (const auto& payload : recorder.payloads()) keys.push_back(payload.getSourcePropertyKeys());
+    EXPECT_EQ((std::vector<KeyCollection>{{"about"}, {"about"}, {"name"}}), keys);
 }
 
 // The index files owners by target name, null last; with the target gone the filed values stand

@@ -23,11 +23,34 @@ bool readsBack(const std::string& text, const Poco::URI& uri) {
     }
 }
 
+// Whether `text` is an absolute path of unreserved characters and slashes, not starting with
+// "//": the URI library reads such a text as that path alone and writes it back unchanged, so
+// it is a regular URI's text whose path is the whole text, and needs no parsing to be stored.
+bool isPlainPath(const std::string& text) {
+    if (text.empty() || text[0] != '/' || (text.size() > 1 && text[1] == '/')) return false;
+    for (const char c : text) {
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                           (c >= '0' && c <= '9') || c == '/' || c == '-' || c == '.' || c == '_' ||
+                           c == '~';
+        if (!plain) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 PropertyValue<Poco::URI>::PropertyValue(const value_type& value) { store(value, nullptr); }
 
-PropertyValue<Poco::URI>::PropertyValue(const std::string& text) { store(Poco::URI(text), &text); }
+PropertyValue<Poco::URI>::PropertyValue(const std::string& text) {
+    if (text.empty() || (isPlainPath(text) && text.size() < IRREGULAR)) {
+        // Element URIs are such paths: building one per element need not parse it. The empty
+        // text is the empty URI's.
+        m_text = text;
+        m_pathLength = static_cast<std::uint32_t>(text.size());
+        return;
+    }
+    store(Poco::URI(text), &text);
+}
 
 PropertyValue<Poco::URI>::PropertyValue(const PropertyValue& other)
     : PropertyValueBase(other),

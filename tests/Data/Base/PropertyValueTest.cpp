@@ -312,6 +312,32 @@ TEST(PropertyValueUri, AnswersAsTheUriLibrary) {
     for (const Poco::URI* answer : seen) EXPECT_EQ(&shared.getValue(), answer);
 }
 
+// A value read from a text holds what the URI library reads from it, whether the text is a
+// plain path (read without the library) or anything else.
+TEST(PropertyValueUri, ReadsTextAsTheUriLibrary) {
+    const std::vector<std::string> texts = {
+        "/svc/items/6ba7b810-9dad-11d1-80b4-00c04fd430c8", "/", "/a", "/a/", "/A-Z_0.9~x/y",
+        "/a//b", "/a/./b/../c", "//host/a", "/a b", "/a%2Fb", "/a%41", "/a?x", "/a#f", "/a:b",
+        "/a;b", "/a+b", "/a@b", "/ä", "a/b", "http://h/a", ""};
+    for (const std::string& text : texts) {
+        const Poco::URI uri(text);
+        const PropertyValueUri read(text), parsed(uri);
+        EXPECT_EQ(uri.toString(), read.toString()) << text;
+        EXPECT_TRUE(uri == read.getValue()) << text;
+        EXPECT_TRUE(read == parsed) << text;
+        std::vector<std::string> segments;
+        uri.getPathSegments(segments);
+        EXPECT_EQ(segments, read.getPathSegments()) << text;
+        for (const std::string& other : texts) {
+            const PropertyValueUri otherParsed{Poco::URI(other)};
+            EXPECT_EQ(parsed.compare(otherParsed), read.compare(PropertyValueUri(other)))
+                << text << " / " << other;
+            EXPECT_EQ(parsed == otherParsed, read == PropertyValueUri(other))
+                << text << " / " << other;
+        }
+    }
+}
+
 TEST(PropertyValueUri, LogsAndRefusesTextTheUriLibraryRejects) {
     const std::string bad = "http://host:abc/x";
     std::string reason;
