@@ -129,6 +129,12 @@ protected:
         XObject& m_object;
     };
 
+protected:
+    /// As XObject(type, name, id), for a type already shared (Object::internType or
+    /// Object::childType).
+    XObject(std::shared_ptr<const Type> type, const Base::PropertyValueString& name,
+            const Base::PropertyValueUuid& id);
+
 private:
     void registerOwnProperties();
 

@@ -1,6 +1,7 @@
 #include "Data/XObject.h"
 
 #include <exception>
+#include <utility>
 
 #include <Poco/Exception.h>
 
@@ -34,10 +35,14 @@ XObject::XObject(const Type& type)
 }
 
 XObject::XObject(const Type& type, const PropertyValueString& name, const PropertyValueUuid& id)
-    : Object(type, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
+    : XObject(internType(type), name, id) {}
+
+XObject::XObject(std::shared_ptr<const Type> type, const PropertyValueString& name,
+                 const PropertyValueUuid& id)
+    : Object(std::move(type), Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
       m_uuid(KEY_ID, this, id),
       m_name(KEY_NAME, this, name),
-      m_uri(KEY_URI, this, PropertyValueUri(type.path + id.getValue().toString())) {
+      m_uri(KEY_URI, this, PropertyValueUri(getType().path + id.getValue().toString())) {
     registerOwnProperties();
 }
 
