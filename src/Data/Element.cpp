@@ -366,7 +366,7 @@ bool Element::adjustElementUri() {
         resourceUri = m_resource->getUri().getPropertyValue().toString();
     }
     try {
-        return setUri(Base::PropertyValueUri(resourceUri + "/" + getIdentification().toString()));
+        return setUri(Base::PropertyValueUri(resourceUri + "/" + idText(getIdentification())));
     } catch (const Poco::SyntaxException&) {
         return false;
     }
