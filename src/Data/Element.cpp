@@ -73,12 +73,13 @@ Base::PropertyValueUuid initialId() {
 void Element::presetNextId(const Poco::UUID* id) { nextId = id; }
 
 Element::Element(const std::string& typeName, AbstractResource& resource)
-    : XObject(Type(typeName, resource), Base::PropertyValueString(std::string()), initialId()),
+    : XObject(childType(resource, typeName), Base::PropertyValueString(std::string()),
+              initialId()),
       m_resource(&resource) {}
 
 Element::Element(const std::string& typeName, AbstractResource& resource,
                  const Base::PropertyValueString& name, const Base::PropertyValueUuid& id)
-    : XObject(Type(typeName, resource), name, id),
+    : XObject(childType(resource, typeName), name, id),
       m_resource(&resource) {
     if (!adjustElementUri()) {
         QES_LOG_ERROR("Failed to initalise Element!");
@@ -365,7 +366,7 @@ bool Element::adjustElementUri() {
         resourceUri = m_resource->getUri().getPropertyValue().toString();
     }
     try {
-        return setUri(Base::PropertyValueUri(resourceUri + "/" + getIdentification().toString()));
+        return setUri(Base::PropertyValueUri(resourceUri + "/" + idText(getIdentification())));
     } catch (const Poco::SyntaxException&) {
         return false;
     }
@@ -432,6 +433,11 @@ void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
             OptionalPropertySetEventPayload setPayload(*payload.getSourceProperty());
             OptionalPropertySet.notify(this, setPayload);
         }
+        // Comparing writes out both values (a UUID as text, for one): spare it when neither a
+        // DataChanged raised now nor the verdict's trace line would reach anybody.
+        const bool observed = m_combined != nullptr || m_held || !DataChanged.empty() ||
+                              Logging::Log::IsLogLevelActive(Poco::Message::PRIO_TRACE);
+        if (!observed) return;
         changed = differsFrom(payload.getPreviousValue(), source->getPropertyValueBase());
     } else if (payload.getEvent() == PropertyEventPayload::PROPERTY_OWNER_CHANGED) {
         changed = source->getParent() != this;

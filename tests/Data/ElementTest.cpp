@@ -1,6 +1,8 @@
 #include "Data/Element.h"
 
 #include <algorithm>
+#include <map>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -8,6 +10,7 @@
 
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
+#include <Poco/UUIDGenerator.h>
 #include <gtest/gtest.h>
 
 #include "Data/Base/PropertyIndexQuery.h"
@@ -417,6 +420,61 @@ TEST(ElementContainer, NotificationsFromForeignElementsAreDropped) {
                     stranger.getIdentification().toString()},
               capture.texts());
     EXPECT_TRUE(tree.items.getElementPropertyKeys().empty()) << "no index was touched";
+}
+
+// Elements built one after another for different resources each get their own resource's
+// type, and elements of one resource share one, whatever was built in between.
+TEST(ElementContainer, ElementTypesFollowTheirResource) {
+    Service media{"Media", "", 1, Base::PropertyValueUuid()};
+    Service other{"Other", "", 1, Base::PropertyValueUuid()};
+    Kivo::Test::TestResource tracks{media, "Tracks"};
+    Kivo::Test::TestResource albums{media, "Albums"};
+    Kivo::Test::TestResource otherTracks{other, "Tracks"};
+    struct Row {
+        Kivo::Test::TestResource* resource;
+        std::string identifier;
+        std::string path;
+    };
+    const Row rows[] = {
+        {&tracks, "Media.Tracks.Item", "/Media/Tracks/"},
+        {&tracks, "Media.Tracks.Item", "/Media/Tracks/"},
+        {&albums, "Media.Albums.Item", "/Media/Albums/"},
+        {&tracks, "Media.Tracks.Item", "/Media/Tracks/"},
+        {&otherTracks, "Other.Tracks.Item", "/Other/Tracks/"},
+        {&otherTracks, "Other.Tracks.Item", "/Other/Tracks/"},
+        {&albums, "Media.Albums.Item", "/Media/Albums/"},
+    };
+    std::vector<std::unique_ptr<TestElement>> built;
+    std::map<const AbstractResource*, const Element::Type*> typeOf;
+    for (const Row& row : rows) {
+        built.push_back(std::make_unique<TestElement>(*row.resource));
+        const Element::Type& type = built.back()->getType();
+        EXPECT_EQ("Item", type.name);
+        EXPECT_EQ(row.identifier, type.identifier);
+        EXPECT_EQ(row.path, type.path);
+        EXPECT_EQ(row.path + built.back()->getIdentification().toString(),
+                  built.back()->getUri().getValue().toString());
+        const auto known = typeOf.emplace(row.resource, &type).first;
+        EXPECT_EQ(known->second, &type) << row.identifier << ": one type per resource";
+    }
+    EXPECT_EQ(3u, typeOf.size());
+}
+
+// An element's URI ends in its id written as the UUID library writes it, for any id.
+TEST(XObject, IdTextIsTheUuidText) {
+    struct Ids : XObject {
+        using XObject::idText;
+    };
+    const std::string texts[] = {
+        "00000000-0000-0000-0000-000000000000", "ffffffff-ffff-ffff-ffff-ffffffffffff",
+        "01234567-89ab-cdef-0123-456789abcdef", "fedcba98-7654-3210-fedc-ba9876543210",
+        "a0000000-000b-00c0-0d00-e0000000000f",
+    };
+    for (const std::string& text : texts) EXPECT_EQ(text, Ids::idText(Poco::UUID(text)));
+    for (int i = 0; i < 50; ++i) {
+        const Poco::UUID drawn = Poco::UUIDGenerator::defaultGenerator().createRandom();
+        EXPECT_EQ(drawn.toString(), Ids::idText(drawn));
+    }
 }
 
 }  // namespace

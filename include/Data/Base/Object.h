@@ -151,6 +151,17 @@ public:
     Kivo::RecursiveRWLockPtr getLock() const { return m_propertyLock; }
 
 protected:
+    /// Takes `type` as it is, which must be the shared copy internType or childType gave;
+    /// throws as Object(type, lock) does.
+    Object(std::shared_ptr<const Type> type, const Kivo::RecursiveRWLockPtr& lock);
+    /// The copy of a type equal to `type` that every live object of that type shares.
+    static std::shared_ptr<const Type> internType(const Type& type);
+    /// internType(Type(typeName, parent)), remembered per thread for the last parent and name
+    /// asked for: the elements of one resource are built one after another, each with the
+    /// same type.
+    static std::shared_ptr<const Type> childType(const Object& parent,
+                                                 const std::string& typeName);
+
     /// Whether a client may write the property under `key`; PropertyBase::isModifiable asks.
     virtual bool checkWriteAccess(const PropertyKey& key) const = 0;
     /// Called for every Updated event (value and owner changes) of a registered property,
@@ -192,9 +203,6 @@ protected:
 
 private:
     friend class PropertyBase;
-
-    // The constructors' common part; throws as the public one does.
-    Object(std::shared_ptr<const Type> type, const Kivo::RecursiveRWLockPtr& lock);
 
     // Key to property in byte-wise key order, as PropertyReferenceMap orders them. An object has
     // a handful of properties: a sorted vector is one block where a map has one per key.

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Data/Base/PropertyBase.h"
@@ -33,6 +34,11 @@ public:
             : PropertyEventPayload(source, PROPERTY_VALUE_CHANGED),
               concreteSource(source),
               oldValue(previous) {}
+        /// The same, taking over `previous` instead of copying it.
+        ValueChangedEventPayload(Property<V>* source, V&& previous)
+            : PropertyEventPayload(source, PROPERTY_VALUE_CHANGED),
+              concreteSource(source),
+              oldValue(std::move(previous)) {}
 
         /// The property whose value changed, typed.
         Property<V>* concreteSource;  // not owned
@@ -145,11 +151,14 @@ public:
 
     /// Raises ValueChanged (typed old value) and then Updated (old value in generic form).
     /// REQUIRES: the caller holds the owner's write lock, if there is an owner.
-    void notifyValueChanged(const V& oldValue) {
-        ValueChangedEventPayload typed(this, oldValue);
+    void notifyValueChanged(const V& oldValue) { notifyValueChanged(V(oldValue)); }
+    /// The same, taking over `oldValue`: the typed payload holds the one copy of it.
+    /// REQUIRES: the caller holds the owner's write lock, if there is an owner.
+    void notifyValueChanged(V&& oldValue) {
+        ValueChangedEventPayload typed(this, std::move(oldValue));
         this->ValueChanged.notify(this, typed);
         PropertyEventPayload generic(this, PropertyEventPayload::PROPERTY_VALUE_CHANGED,
-                                     oldValue.getGenericValue());
+                                     typed.oldValue.getGenericValue());
         notifyUpdated(generic);
     }
 
@@ -160,9 +169,9 @@ protected:
     bool applyChange(Change&& change) {
         if (!isModifiable()) return false;
         PropertyLockGuard guard(*this, true);
-        const V oldValue(m_value);
+        V oldValue(m_value);
         if (!change(m_value)) return false;
-        notifyValueChanged(oldValue);
+        notifyValueChanged(std::move(oldValue));
         return true;
     }
 

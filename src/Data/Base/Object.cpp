@@ -82,7 +82,33 @@ Object::Type::Type(const std::string& typeName, const Type& parentType)
       path(parentType.path + parentType.name + "/") {}
 
 Object::Object(const Type& type, const Kivo::RecursiveRWLockPtr& lock)
-    : Object(typeTable().intern(type), lock) {}
+    : Object(internType(type), lock) {}
+
+std::shared_ptr<const Object::Type> Object::internType(const Type& type) {
+    return typeTable().intern(type);
+}
+
+std::shared_ptr<const Object::Type> Object::childType(const Object& parent,
+                                                      const std::string& typeName) {
+    // Weak: the memory keeps no type alive. The parent's type is recognised by its control
+    // block, which the weak pointer keeps from being reused while it is remembered.
+    struct Last {
+        std::weak_ptr<const Type> parentType;
+        std::string typeName;
+        std::weak_ptr<const Type> type;
+    };
+    thread_local Last last;
+    const bool sameParent = !last.parentType.owner_before(parent.m_type) &&
+                            !parent.m_type.owner_before(last.parentType);
+    if (sameParent && last.typeName == typeName) {
+        if (std::shared_ptr<const Type> type = last.type.lock()) return type;
+    }
+    std::shared_ptr<const Type> type = internType(Type(typeName, parent.getType()));
+    last.parentType = parent.m_type;
+    last.typeName = typeName;
+    last.type = type;
+    return type;
+}
 
 Object::Object(std::shared_ptr<const Type> type, const Kivo::RecursiveRWLockPtr& lock)
     : m_propertyLock(lock), m_type(std::move(type)) {
@@ -203,7 +229,12 @@ bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
         // cost more than the moves.
         const auto at = entry - m_ownProperties.begin();
         m_ownProperties.reserve(m_ownProperties.size() + 1);
-        m_ownProperties.emplace(m_ownProperties.begin() + at, &KeyPool::intern(key), property);
+        // A property's own key is pooled already: the pool's look-up (a lock and a search)
+        // is needed only for other keys.
+        const PropertyKey& pooled =
+            property != nullptr && property->getKey() == key ? property->getKey()
+                                                             : KeyPool::intern(key);
+        m_ownProperties.emplace(m_ownProperties.begin() + at, &pooled, property);
     } else {
         if (entry->second != nullptr) return false;
         entry->second = property;
