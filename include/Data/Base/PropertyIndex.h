@@ -13,11 +13,14 @@
 
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
+#include <Poco/UUID.h>
 
 #include "Data/Base/Object.h"
 #include "Data/Base/PropertyBase.h"
 #include "Data/Base/PropertyIndexOwnerTable.h"
+#include "Data/Base/PropertyNumber.h"
 #include "Data/Base/PropertyString.h"
+#include "Data/Base/PropertyUuid.h"
 #include "Data/Base/PropertyValue.h"
 #include "Logging/Log.h"
 #include "Util/Event.h"
@@ -150,6 +153,20 @@ struct PropertyIndexKeysByText : std::is_same<V, PropertyValueString> {};
 template <PropertyValueString::FormatType F>
 struct PropertyIndexKeysByText<PropertyValueFormatedString<F>> : std::true_type {};
 
+/// Whether an index of V's properties keys its entries by their plain value (V's value_type):
+/// the kinds whose order is their plain value's and whose check of a text needs no more than
+/// the kind itself (UUIDs) or its limits (integers, whose index keeps those as a prototype).
+template <class V>
+struct PropertyIndexKeysByValue : std::false_type {};
+
+/// UUIDs are keyed by the UUID.
+template <>
+struct PropertyIndexKeysByValue<PropertyValueUuid> : std::true_type {};
+
+/// Integers are keyed by the integer.
+template <class T>
+struct PropertyIndexKeysByValue<PropertyValueNumberBase<T>> : std::is_integral<T> {};
+
 /// The index of the properties of type TProperty (a Property<V>) filed under key m_key.
 ///
 /// Each property is filed for the object that owns it when it is filed, under a copy of its
@@ -181,20 +198,25 @@ struct PropertyIndexKeysByText<PropertyValueFormatedString<F>> : std::true_type 
 ///
 /// Memory: string kinds with a fixed-format check (PropertyIndexKeysByText) key their entries
 /// by the plain text and keep one copy of the value per format as the prototype find(text)
-/// reads with, one per value for custom patterns. The index's record of a property (its object, its
-/// state, both watches) lives in the node of the entry the property was filed with, so a filed
-/// property costs one allocation, and its object is found through a table of pointers to those
-/// records. When the walk takes that entry while the record must live on, the node is set aside and
-/// comes back as the property's entry when it is filed again; a property with a second entry gets a
-/// node of its own for it.
+/// reads with, one per value for custom patterns; UUIDs and integers (PropertyIndexKeysByValue)
+/// are keyed by the plain value, integers with one prototype per set of limits and resolution. The
+/// index's record of a property (its object, its state, both watches) lives in the node of the
+/// entry the property was filed with, so a filed property costs one allocation, and its object is
+/// found through a table of pointers to those records. When the walk takes that entry while the
+/// record must live on, the node is set aside and comes back as the property's entry when it is
+/// filed again; a property with a second entry gets a node of its own for it.
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
     struct Filing;
-    static constexpr bool BY_TEXT =
-        PropertyIndexKeysByText<typename TProperty::property_value>::value;
-    typedef std::conditional_t<BY_TEXT, std::string, typename TProperty::property_value> map_key;
-    typedef std::conditional_t<BY_TEXT, std::less<>,
-                               PropertyIndexKeyLess<typename TProperty::property_value>>
+    typedef typename TProperty::property_value value_kind;
+    static constexpr bool BY_TEXT = PropertyIndexKeysByText<value_kind>::value;
+    static constexpr bool BY_VALUE = PropertyIndexKeysByValue<value_kind>::value;
+    // Whether nodes keep a prototype for find(text): a UUID's check is the kind's alone.
+    static constexpr bool PROTOTYPED =
+        BY_TEXT || (BY_VALUE && !std::is_same_v<value_kind, PropertyValueUuid>);
+    typedef std::conditional_t<BY_TEXT || BY_VALUE, typename value_kind::value_type, value_kind>
+        map_key;
+    typedef std::conditional_t<BY_TEXT || BY_VALUE, std::less<>, PropertyIndexKeyLess<value_kind>>
         map_less;
 
 public:
@@ -203,7 +225,8 @@ public:
     /// A filed property; not owned.
     typedef property_type* property_ptr;
     /// The value class entries are ordered by; each entry holds a copy of its property's value
-    /// (its plain text, for the kinds PropertyIndexKeysByText names).
+    /// (its plain value, for the kinds PropertyIndexKeysByText and PropertyIndexKeysByValue
+    /// name).
     typedef typename TProperty::property_value key_type;
     /// The entries, value to the index's record of the property filed there, equal values in
     /// filing order.
@@ -289,7 +312,7 @@ private:
         std::uint32_t parked : 1;      // its home node is out of m_index, in m_parked
         std::uint32_t secondary : 1;   // not a filing: the node is another entry of `property`
         std::uint32_t stray : 1;       // listed in m_strays
-        std::uint32_t prototype : 27;  // the node's value in m_prototypes, when BY_TEXT
+        std::uint32_t prototype : 27;  // the node's value in m_prototypes, when PROTOTYPED
     };
     // A value kept for the check find(text) applies, and how many nodes use it.
     struct Prototype {
@@ -300,6 +323,9 @@ private:
     static const map_key& keyOf(const key_type& value) {
         if constexpr (BY_TEXT) {
             return value.key_type::getValue();
+        } else if constexpr (BY_VALUE) {
+            // The stored value itself, which the kind's typed operator< compares.
+            return static_cast<const map_key&>(value);
         } else {
             return value;
         }
@@ -312,7 +338,34 @@ private:
             return key.key_type::getValue();
         }
     }
-    // A node's share of a prototype with `value`'s check; nothing unless BY_TEXT.
+    // The text form of a plain key, as its value's toString() gives it.
+    template <class Key>
+    static std::string textOfValue(const Key& key) {
+        if constexpr (std::is_same_v<key_type, PropertyValueUuid>) {
+            return key_type(key).toString();
+        } else {
+            return key_type(key, {}, {}, {}).toString();
+        }
+    }
+    // Whether values of `value`'s check may share one prototype, and whether two share it.
+    template <class Value>
+    static bool isSharedCheck(const Value& value) {
+        if constexpr (BY_TEXT) {
+            return value.getFormatType() != PropertyValueString::STRING_FORMAT_CUSTOM;
+        } else {
+            return true;
+        }
+    }
+    template <class Value>
+    static bool isSameCheck(const Value& a, const Value& b) {
+        if constexpr (BY_TEXT) {
+            return a.getFormatType() == b.getFormatType();
+        } else {
+            return a.getMinValue() == b.getMinValue() && a.getMaxValue() == b.getMaxValue() &&
+                   a.getResolution() == b.getResolution();
+        }
+    }
+    // A node's share of a prototype with `value`'s check; nothing unless PROTOTYPED.
     std::uint32_t acquirePrototype(const key_type& value);
     void releasePrototype(std::uint32_t prototype);
 
@@ -361,10 +414,15 @@ private:
     void onChanged(Filing& filing, ValueChangedEventPayload& payload);
 
     value_map m_index;
-    // Values with the checks of the filed ones, for BY_TEXT kinds; unused slots are listed free.
+    // Values with the checks of the filed ones, for PROTOTYPED kinds; unused slots are listed
+    // free.
     std::vector<Prototype> m_prototypes;
     std::vector<std::uint32_t> m_freePrototypes;
-    std::vector<std::uint32_t> m_sharedPrototypes;  // those of the fixed formats
+    // Those shared by every value of one check (a fixed format, limits), at most
+    // MAX_SHARED_PROTOTYPES of them: further checks get a prototype per node, so filing stays
+    // cheap whatever limits the values carry.
+    std::vector<std::uint32_t> m_sharedPrototypes;
+    static constexpr std::size_t MAX_SHARED_PROTOTYPES = 16;
     PropertyIndexOwnerTable<Filing> m_objects;
     // Home nodes of filings without entry.
     std::vector<parked_node> m_parked;
@@ -608,17 +666,18 @@ void PropertyIndex<TProperty>::erase(Filing& filing) {
 
 template <class TProperty>
 std::uint32_t PropertyIndex<TProperty>::acquirePrototype(const key_type& value) {
-    if constexpr (BY_TEXT) {
+    if constexpr (PROTOTYPED) {
         // A fixed format's values share one check; a custom pattern may be any value's own.
-        const bool shared = value.getFormatType() != PropertyValueString::STRING_FORMAT_CUSTOM;
+        bool shared = isSharedCheck(value);
         if (shared) {
             for (const std::uint32_t kept : m_sharedPrototypes) {
                 Prototype& prototype = m_prototypes[kept];
-                if (prototype.value.getFormatType() == value.getFormatType()) {
+                if (isSameCheck(prototype.value, value)) {
                     ++prototype.users;
                     return kept;
                 }
             }
+            shared = m_sharedPrototypes.size() < MAX_SHARED_PROTOTYPES;
         }
         std::uint32_t made;
         if (m_freePrototypes.empty()) {
@@ -638,7 +697,7 @@ std::uint32_t PropertyIndex<TProperty>::acquirePrototype(const key_type& value) 
 
 template <class TProperty>
 void PropertyIndex<TProperty>::releasePrototype(std::uint32_t prototype) {
-    if constexpr (BY_TEXT) {
+    if constexpr (PROTOTYPED) {
         if (--m_prototypes[prototype].users != 0) return;
         m_freePrototypes.push_back(prototype);
         for (auto shared = m_sharedPrototypes.begin(); shared != m_sharedPrototypes.end();
@@ -739,6 +798,14 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const std::string& text) con
         if (!m_index.begin()->first.isValidValue(text)) return {};
         const auto range = m_index.equal_range(text);
         return owners(range.first, range.second);
+    } else if constexpr (PROTOTYPED) {
+        key_type prototype(m_prototypes[m_index.begin()->second.prototype].value);
+        if (!prototype.setValueFromString(text)) return {};
+        return find(prototype);
+    } else if constexpr (BY_VALUE) {
+        key_type prototype(Poco::UUID::null());
+        if (!prototype.setValueFromString(text)) return {};
+        return find(prototype);
     } else {
         key_type prototype(m_index.begin()->first);
         if (!prototype.setValueFromString(text)) return {};
@@ -755,6 +822,12 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const Poco::RegularExpressio
         }
         for (const auto& entry : m_index) {
             if (re.match(textOf(entry.first), 0)) {
+                result.push_back(entry.second.property->getParent());
+            }
+        }
+    } else if constexpr (BY_VALUE) {
+        for (const auto& entry : m_index) {
+            if (re.match(textOfValue(entry.first), 0)) {
                 result.push_back(entry.second.property->getParent());
             }
         }

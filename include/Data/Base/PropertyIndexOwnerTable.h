@@ -11,8 +11,8 @@ class Object;
 
 /// The records of an index, found by the object each is filed for: a hash set of pointers to
 /// records that carry that object themselves, in a member `Object* key`. It costs one pointer
-/// per slot and at most twice as many slots as records (linear probing, at most three quarters
-/// full), where a tree map would take a node of 48 bytes per record.
+/// per slot, between 8/7 and 16/7 slots per record while it grows (linear probing, at most
+/// seven eighths full), where a tree map would take a node of 48 bytes per record.
 ///
 /// A record's key must not change while the record is in the table, and no two records in it
 /// may share a key. Not thread-safe: its index's owner serialises every call.
@@ -34,7 +34,7 @@ public:
     }
     /// Adds `record` under its key. REQUIRES: a non-null key no record in the table has.
     void insert(Record* record) {
-        if ((m_size + 1) * 4 > m_slots.size() * 3)
+        if ((m_size + 1) * 8 > m_slots.size() * 7)
             rehash(m_slots.empty() ? 16 : m_slots.size() * 2);
         place(record);
         ++m_size;

@@ -106,6 +106,77 @@ TEST(PropertyIndex, TextAndPatternLookups) {
         << "the pattern must cover the whole text";
 }
 
+// Integers and UUIDs are keyed by their plain value; a text is still read with the smallest
+// filed value's limits, and with more distinct limits than the index shares prototypes for.
+TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
+    struct Numbered {
+        Numbered(const std::string& name, long value, Poco::Nullable<long> min,
+                 Poco::Nullable<long> max)
+            : object(name),
+              property("n", &object, PropertyValueNumberBase<long>(value, min, max, {})) {
+            object.registerProperty("n", &property);
+        }
+        TestObject object;
+        PropertyInteger property;
+    };
+    PropertyIndex<PropertyInteger> numbers("n");
+    Numbered low("low", 5, 0, 10), high("high", 50, 0, 100), free("free", 500, {}, {});
+    for (Numbered* filed : {&free, &high, &low}) ASSERT_TRUE(numbers.insert(&filed->property));
+    const struct {
+        Numbered* leaving;
+        std::string text;
+        std::vector<std::string> found;
+    } steps[] = {
+        {nullptr, "5", {"low"}},  {nullptr, "50", {}},  // above the smallest value's maximum
+        {&low, "50", {"high"}},   {nullptr, "500", {}},
+        {&high, "500", {"free"}}, {nullptr, "-3", {}},
+    };
+    for (const auto& step : steps) {
+        if (step.leaving != nullptr) {
+            ASSERT_TRUE(numbers.remove(&step.leaving->object));
+        }
+        EXPECT_EQ(step.found, names(numbers.find(step.text))) << step.text;
+    }
+    EXPECT_EQ((std::vector<std::string>{"free"}),
+              names(numbers.find(Poco::RegularExpression("5.0"))));
+
+    PropertyIndex<PropertyInteger> bounded("n");
+    std::vector<std::unique_ptr<Numbered>> each;
+    for (long value = 0; value < 40; ++value) {
+        each.push_back(std::make_unique<Numbered>(std::to_string(value), value, value, value));
+        ASSERT_TRUE(bounded.insert(&each.back()->property));
+    }
+    for (long value = 0; value < 40; ++value) {
+        EXPECT_EQ((std::vector<std::string>{std::to_string(value)}),
+                  names(bounded.find(std::to_string(value))));
+        if (value + 1 < 40) {
+            EXPECT_TRUE(bounded.find(std::to_string(value + 1)).empty()) << "outside its limits";
+        }
+        ASSERT_TRUE(bounded.remove(&each[value]->object));
+    }
+    EXPECT_TRUE(bounded.get().empty());
+
+    PropertyIndex<PropertyUuid> ids("id");
+    TestObject a("a"), b("b");
+    PropertyUuid idA("id", &a,
+                     PropertyValueUuid(Poco::UUID("6ba7b810-9dad-11d1-80b4-00c04fd430c8")));
+    PropertyUuid idB("id", &b,
+                     PropertyValueUuid(Poco::UUID("00000000-0000-4000-8000-000000000001")));
+    a.registerProperty("id", &idA);
+    b.registerProperty("id", &idB);
+    ASSERT_TRUE(ids.insert(&idA));
+    ASSERT_TRUE(ids.insert(&idB));
+    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(ids.get()));
+    EXPECT_EQ((std::vector<std::string>{"a"}),
+              names(ids.find(std::string("6ba7b810-9dad-11d1-80b4-00c04fd430c8"))));
+    EXPECT_TRUE(ids.find(Poco::UUID::null().toString()).empty()) << "the null UUID is refused";
+    EXPECT_TRUE(ids.find(std::string("6ba7b810")).empty());
+    EXPECT_EQ((std::vector<std::string>{"a"}),
+              names(ids.find(Poco::RegularExpression("6ba7.*c8"))));
+    ASSERT_TRUE(idA.setValue(Poco::UUID("00000000-0000-4000-8000-000000000000")));
+    EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(ids.get())) << "re-filed by value";
+}
+
 TEST(PropertyIndex, EveryIndexableKindMakesItsIndex) {
     TestObject owner;
     PropertyBoolean flag("flag", &owner, PropertyValueBoolean(true));
