@@ -196,15 +196,15 @@ struct PropertyIndexKeysByValue<PropertyValueNumberBase<T>> : std::is_integral<T
 /// Whatever the walk leaves behind, the index keeps watching the Destroyed event of every
 /// property it still points at, so a destroyed property never stays in it.
 ///
-/// Memory: string kinds with a fixed-format check (PropertyIndexKeysByText) key their entries
-/// by the plain text and keep one copy of the value per format as the prototype find(text)
-/// reads with, one per value for custom patterns; UUIDs and integers (PropertyIndexKeysByValue)
-/// are keyed by the plain value, integers with one prototype per set of limits and resolution. The
-/// index's record of a property (its object, its state, both watches) lives in the node of the
-/// entry the property was filed with, so a filed property costs one allocation, and its object is
-/// found through a table of pointers to those records. When the walk takes that entry while the
-/// record must live on, the node is set aside and comes back as the property's entry when it is
-/// filed again; a property with a second entry gets a node of its own for it.
+/// Memory: string kinds with a fixed-format check (PropertyIndexKeysByText) key their entries by
+/// the plain text and keep one copy of the value per format as the prototype find(text) reads with,
+/// one per value for custom patterns; UUIDs and integers (PropertyIndexKeysByValue) are keyed by
+/// the plain value, integers with one prototype per set of limits and resolution. The index's
+/// record of a property (its object, its state, both watches) lives in the node of the entry the
+/// property was filed with, so a filed property costs one allocation, and its object is found
+/// through a table of pointers to those records. When the walk takes that entry while the record
+/// must live on, the node is set aside and comes back as the property's entry when it is filed
+/// again; a property with a second entry gets a node of its own for it.
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
     struct Filing;
