@@ -2,6 +2,7 @@
 #define QESSERVICEDATALIB_DATA_ABSTRACTRESOURCE_H
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,6 +23,7 @@
 namespace Kivo::Data {
 
 class Service;
+class ElementWatch;
 
 /// The container face shared by services and resources: their data as JSON, and a
 /// description of what their elements look like.
@@ -169,8 +171,15 @@ protected:
                      const Base::PropertyValueUuid& id);
 
     /// Observe / stop observing an element's DataChanged and OptionalPropertySet events. A
-    /// concrete resource calls these as it adds and removes elements; stop observing before the
-    /// element is destroyed.
+    /// concrete resource calls these as it adds and removes elements of its own (constructed
+    /// with it); stop observing before the element is destroyed.
+    ///
+    /// The resource observes without subscribing: it is not among the events' delegates
+    /// (empty() and clear() do not see it) and is called before them, on the same terms. A
+    /// DataChanged raise reaches onElementDataChanged when the element was observed as it was
+    /// raised; disabling an event stops the resource's calls as it stops the delegates'.
+    /// Throws Poco::InvalidArgumentException("Element of another resource") for an element
+    /// constructed with another resource.
     void registerElementEvents(Element& element);
     /// Stops observing `element`'s events. A delivery to the resource that is running now is
     /// waited for; none follows once this returns.
@@ -221,6 +230,9 @@ protected:
     void onOptionalPropertyChanged(Element::OptionalPropertySetEventPayload& payload);
 
 private:
+    friend class Element;
+    friend class ElementWatch;
+
     void registerOwnProperties();
     void onDataChanged(Element::DataChangedEventPayload& payload);
     // Files `property` at the index of its key if the resource keeps one; false if filing
@@ -231,6 +243,9 @@ private:
 
     Service& m_service;
     Base::PropertyString m_description;
+    // The observation of the resource's elements; DataChanged deliveries queued for the
+    // resource share it, so it outlives them.
+    const std::shared_ptr<ElementWatch> m_watch;
 };
 
 }  // namespace Kivo::Data

@@ -2,6 +2,7 @@
 #define QESSERVICEDATALIB_DATA_ELEMENT_H
 
 #include <functional>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <set>
@@ -187,6 +188,7 @@ protected:
 
 private:
     friend class AbstractResource;
+    friend class ElementWatch;
     friend class OptionalPropertyBase;
 
     // Makes the next element constructed on this thread start with `id` (not owned; it must
@@ -220,6 +222,9 @@ private:
     // Whether a container holds the element, so that its changes go to the service's element
     // observer. Set and cleared by AbstractResource under the write lock.
     bool m_held = false;
+    // Whether the resource observes the element's events (ElementWatch); written under the
+    // watch's mutex, read there or as a hint.
+    std::atomic<bool> m_observed{false};
     // The holding container's Ptr to the element, or null. Set under the write lock.
     const Poco::SharedPtr<Element>* m_heldEntry = nullptr;
 };

@@ -314,8 +314,8 @@ void ElementContainer<E>::attach(Element& element) {
 
 template <class E>
 void ElementContainer<E>::release(ElementMap& removed) {
-    // Removing a delegate waits for a delivery to it that is running now, and that delivery
-    // may be waiting for the tree's lock in onElementDataChanged.
+    // Ending the observation waits for a delivery to the resource that is running now, and
+    // that delivery may be waiting for the tree's lock in onElementDataChanged.
     for (auto& entry : removed) unregisterElementEvents(*entry.second);
     // References into the tree are read under its read lock: a target must not go meanwhile.
     Util::ScopedRecursiveWriteLock lock(lockRef());

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
-#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 
 #include "Data/Base/PropertyEnum.h"
 #include "Data/Base/PropertyNumber.h"
 #include "Data/OptionalProperty.h"
 #include "Data/Service.h"
+#include "ElementWatch.h"
 #include "Logging/Log.h"
 
 namespace Kivo::Data {
@@ -24,7 +24,8 @@ Poco::JSON::Object::Ptr IContainerObject::getSpecificationAsJSON() const {
 AbstractResource::AbstractResource(Service& service, const std::string& typeName)
     : XObject(Type(typeName, service)),
       m_service(service),
-      m_description(KEY_DESCRIPTION, this, Base::PropertyValueString(std::string())) {
+      m_description(KEY_DESCRIPTION, this, Base::PropertyValueString(std::string())),
+      m_watch(std::make_shared<ElementWatch>(*this)) {
     registerOwnProperties();
 }
 
@@ -32,7 +33,8 @@ AbstractResource::AbstractResource(Service& service, const std::string& typeName
                                    const std::string& name, const Base::PropertyValueUuid& id)
     : XObject(Type(typeName, service), Base::PropertyValueString(name), id),
       m_service(service),
-      m_description(KEY_DESCRIPTION, this, Base::PropertyValueString(std::string())) {
+      m_description(KEY_DESCRIPTION, this, Base::PropertyValueString(std::string())),
+      m_watch(std::make_shared<ElementWatch>(*this)) {
     registerOwnProperties();
 }
 
@@ -248,13 +250,17 @@ bool AbstractResource::indexNewProperty(Base::PropertyBase& property) {
 }
 
 void AbstractResource::registerElementEvents(Element& element) {
-    element.DataChanged += Poco::delegate(this, &AbstractResource::onDataChanged);
-    element.OptionalPropertySet += Poco::delegate(this, &AbstractResource::onOptionalPropertyChanged);
+    if (element.m_resource != this) {
+        throw Poco::InvalidArgumentException("Element of another resource");
+    }
+    m_watch->observe(element);
 }
 
 void AbstractResource::unregisterElementEvents(Element& element) {
-    element.DataChanged -= Poco::delegate(this, &AbstractResource::onDataChanged);
-    element.OptionalPropertySet -= Poco::delegate(this, &AbstractResource::onOptionalPropertyChanged);
+    if (element.m_resource != this) {
+        throw Poco::InvalidArgumentException("Element of another resource");
+    }
+    m_watch->unobserve(element);
 }
 
 void AbstractResource::setHeldEntry(Element& element, const Ptr* entry) {

@@ -46,8 +46,10 @@ DataChangedDispatcher& DataChangedDispatcher::instance() {
     return *dispatcher;
 }
 
-void DataChangedDispatcher::post(Delegates delegates, const void* sender, const Payload& payload) {
-    std::unique_ptr<Delivery> delivery(new Delivery{std::move(delegates), sender, payload});
+void DataChangedDispatcher::post(Delegates delegates, std::shared_ptr<ElementWatch> watch,
+                                 const Element* element, const Payload& payload) {
+    std::unique_ptr<Delivery> delivery(
+        new Delivery{std::move(delegates), std::move(watch), element, payload});
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_synchronous) {
         lock.unlock();
@@ -151,7 +153,8 @@ void DataChangedDispatcher::run() {
 
 void DataChangedDispatcher::deliver(Delivery& delivery) {
     try {
-        delivery.delegates.notify(delivery.sender, delivery.payload);
+        if (delivery.watch) delivery.watch->deliver(delivery.element, delivery.payload);
+        delivery.delegates.notify(delivery.element, delivery.payload);
     } catch (const std::exception& error) {
         QES_LOG_ERROR("DataChanged subscriber failed: " << error.what());
     } catch (...) {

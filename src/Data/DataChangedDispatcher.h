@@ -10,6 +10,7 @@
 #include <Poco/Runnable.h>
 
 #include "Data/Element.h"
+#include "ElementWatch.h"
 
 namespace Kivo::Data {
 
@@ -28,10 +29,12 @@ public:
 
     static DataChangedDispatcher& instance();
 
-    // Queues one delivery to `delegates` (the event's subscribers when it was raised; those
-    // removed since are disabled and skipped), or makes it at once after shutdown(); never
-    // throws for a busy pool. The delivery keeps `delegates` as they are moved in.
-    void post(Delegates delegates, const void* sender, const Payload& payload);
+    // Queues one delivery of `element`'s raise to `watch`'s resource, when a watch is given
+    // (it booked the raise), then to `delegates` (the event's subscribers when it was raised;
+    // those removed since are disabled and skipped), or makes it at once after shutdown();
+    // never throws for a busy pool. The delivery keeps `delegates` as they are moved in.
+    void post(Delegates delegates, std::shared_ptr<ElementWatch> watch, const Element* element,
+              const Payload& payload);
 
     bool drain();
     bool shutdown();
@@ -47,7 +50,8 @@ public:
 private:
     struct Delivery {
         Delegates delegates;
-        const void* sender;  // may dangle by delivery time; only handed to subscribers
+        std::shared_ptr<ElementWatch> watch;  // null when no resource observes the element
+        const Element* element;  // may dangle by delivery time; only handed on as an address
         Payload payload;
     };
 

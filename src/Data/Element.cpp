@@ -11,6 +11,7 @@
 #include "Data/Service.h"
 #include "Data/XObjectReference.h"
 #include "DataChangedDispatcher.h"
+#include "ElementWatch.h"
 #include "Logging/Log.h"
 
 namespace Kivo::Data {
@@ -431,11 +432,14 @@ void Element::onPropertyUpdate(const PropertyEventPayload& payload) {
         OptionalPropertyBase* optional = findOptional(key);
         if (optional != nullptr && !optional->isNull() && optional->isInitialValue()) {
             OptionalPropertySetEventPayload setPayload(*payload.getSourceProperty());
-            OptionalPropertySet.notify(this, setPayload);
+            OptionalPropertySet.notify(this, setPayload, [&] {
+                m_resource->m_watch->notifyOptionalSet(*this, setPayload);
+            });
         }
         // Comparing writes out both values (a UUID as text, for one): spare it when neither a
         // DataChanged raised now nor the verdict's trace line would reach anybody.
-        const bool observed = m_combined != nullptr || m_held || !DataChanged.empty() ||
+        const bool observed = m_combined != nullptr || m_held ||
+                              m_observed.load(std::memory_order_relaxed) || !DataChanged.empty() ||
                               Logging::Log::IsLogLevelActive(Poco::Message::PRIO_TRACE);
         if (!observed) return;
         changed = differsFrom(payload.getPreviousValue(), source->getPropertyValueBase());
@@ -506,9 +510,12 @@ void Element::raiseDataChanged(const DataChangedEventPayload& payload) {
     }
     if (m_held) announceChanged(payload.getSourcePropertyKeys());
     auto delegates = DataChanged.copyDelegates();
-    // Without subscribers there is nobody to deliver to, now or later.
-    if (delegates.empty()) return;
-    DataChangedDispatcher::instance().post(std::move(delegates), this, payload);
+    const std::shared_ptr<ElementWatch>& watch = m_resource->m_watch;
+    // Without observer or subscribers there is nobody to deliver to, now or later.
+    const bool booked = watch->book(*this);
+    if (!booked && delegates.empty()) return;
+    DataChangedDispatcher::instance().post(std::move(delegates), booked ? watch : nullptr, this,
+                                           payload);
 }
 
 void Element::announceChanged(const KeyCollection& keys) const {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -102,6 +103,81 @@ TEST(DataChangedDelivery, QueuedRaisesOutliveTheirElementButSkipARemovedObserver
     held.m_go.set();
     ASSERT_TRUE(held.waitFor(17)) << held.payloads().size();
     for (const auto& payload : held.payloads()) EXPECT_EQ(id, payload.getSourceElementId());
+}
+
+// A resource recording what it hears of its elements, in one log with a subscriber's calls;
+// onElementDataChanged can be held up until the test lets it go.
+class ListeningResource : public Kivo::Test::TestResource {
+public:
+    using TestResource::TestResource;
+    using AbstractResource::registerElementEvents;
+    using AbstractResource::unregisterElementEvents;
+
+    void onElementDataChanged(Element::DataChangedEventPayload& payload) override {
+        if (hold) {
+            m_arrived.set();
+            m_go.wait();
+        }
+        log.add("resource " + *payload.getSourcePropertyKeys().begin());
+    }
+    void onClient(const void*, Element::DataChangedEventPayload& payload) {
+        log.add("client " + *payload.getSourcePropertyKeys().begin());
+    }
+
+    Kivo::Test::Collector<std::string> log;
+    std::atomic<bool> hold{false};
+    Poco::Event m_arrived;
+    Poco::Event m_go{Poco::Event::EVENT_MANUALRESET};
+};
+
+// A resource hears its elements' raises before their subscribers, and only those raised
+// while it observed them: raises still queued when it stops are skipped, also when it
+// observes the element again before they are delivered. Stopping waits for a call running
+// on another thread. Elements of another resource are refused.
+TEST(DataChangedDelivery, AResourceHearsOnlyWhatItsElementsRaisedWhileObserved) {
+    ElementTree tree;
+    ListeningResource resource(tree.service, "Albums");
+    TestElement element(resource);
+    resource.registerElementEvents(element);
+    element.DataChanged += Poco::delegate(&resource, &ListeningResource::onClient);
+    ASSERT_TRUE(element.setProperty("title", "a").isSuccess());
+    ASSERT_TRUE(DataChangedDelivery::drain());
+    EXPECT_EQ((std::vector<std::string>{"resource title", "client title"}), resource.log.values());
+
+    // Raises queue behind a held delivery while the resource stops and starts again.
+    SlowSubscriber held;
+    TestElement blocker(tree.resource);
+    blocker.DataChanged += Poco::delegate(&held, &SlowSubscriber::onDataChanged);
+    writeTitles(blocker, 1);
+    held.m_arrived.wait();
+    ASSERT_TRUE(element.setProperty("count", "1").isSuccess());
+    resource.unregisterElementEvents(element);
+    ASSERT_TRUE(element.setProperty("tags", "[\"x\"]").isSuccess());
+    resource.registerElementEvents(element);
+    ASSERT_TRUE(element.setProperty("title", "b").isSuccess());
+    held.m_go.set();
+    ASSERT_TRUE(DataChangedDelivery::drain());
+    EXPECT_EQ((std::vector<std::string>{"resource title", "client title", "client count",
+                                        "client tags", "resource title", "client title"}),
+              resource.log.values());
+
+    resource.hold = true;
+    ASSERT_TRUE(element.setProperty("count", "2").isSuccess());
+    resource.m_arrived.wait();
+    auto stopped = std::async(std::launch::async,
+                              [&] { resource.unregisterElementEvents(element); });
+    EXPECT_EQ(std::future_status::timeout, stopped.wait_for(std::chrono::milliseconds(50)))
+        << "returned while the resource was still being called";
+    resource.m_go.set();
+    stopped.get();
+    ASSERT_LE(7u, resource.log.values().size());
+    EXPECT_EQ("resource count", resource.log.values()[6]) << "the running call had ended";
+    ASSERT_TRUE(DataChangedDelivery::drain());
+
+    TestElement stranger(tree.resource);
+    EXPECT_THROW(resource.registerElementEvents(stranger), Poco::InvalidArgumentException);
+    element.DataChanged -= Poco::delegate(&resource, &ListeningResource::onClient);
+    blocker.DataChanged -= Poco::delegate(&held, &SlowSubscriber::onDataChanged);
 }
 
 // drain() waits for every queued delivery, but never where the wait could not end: on the
