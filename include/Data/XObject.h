@@ -130,9 +130,6 @@ protected:
     };
 
 protected:
-    /// The text of `id` as Poco::UUID::toString() writes it (lower-case hex, 8-4-4-4-12),
-    /// written without its per-digit appends: every element's URI ends in it.
-    static std::string idText(const Poco::UUID& id);
     /// As XObject(type, name, id), for a type already shared (Object::internType or
     /// Object::childType).
     XObject(std::shared_ptr<const Type> type, const Base::PropertyValueString& name,

@@ -367,7 +367,7 @@ bool Element::adjustElementUri() {
         resourceUri = m_resource->getUri().getPropertyValue().toString();
     }
     try {
-        return setUri(Base::PropertyValueUri(resourceUri + "/" + idText(getIdentification())));
+        return setUri(Base::PropertyValueUri(resourceUri + "/" + Base::PropertyValueUuid::textOf(getIdentification())));
     } catch (const Poco::SyntaxException&) {
         return false;
     }

@@ -42,7 +42,7 @@ XObject::XObject(std::shared_ptr<const Type> type, const PropertyValueString& na
     : Object(std::move(type), Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
       m_uuid(KEY_ID, this, id),
       m_name(KEY_NAME, this, name),
-      m_uri(KEY_URI, this, PropertyValueUri(getType().path + idText(id.getValue()))) {
+      m_uri(KEY_URI, this, PropertyValueUri(getType().path + Base::PropertyValueUuid::textOf(id.getValue()))) {
     registerOwnProperties();
 }
 
@@ -66,22 +66,6 @@ XObject::~XObject() {
     } catch (...) {
         poco_unexpected();
     }
-}
-
-std::string XObject::idText(const Poco::UUID& id) {
-    static const char* const DIGITS = "0123456789abcdef";
-    char bytes[16];
-    id.copyTo(bytes);
-    std::string text(36, '-');
-    std::size_t at = 0;
-    for (std::size_t i = 0; i < sizeof bytes; ++i) {
-        // The dashes stand before bytes 4, 6, 8 and 10.
-        if (i == 4 || i == 6 || i == 8 || i == 10) ++at;
-        const auto byte = static_cast<unsigned char>(bytes[i]);
-        text[at++] = DIGITS[byte >> 4];
-        text[at++] = DIGITS[byte & 0x0F];
-    }
-    return text;
 }
 
 void XObject::registerOwnProperties() {

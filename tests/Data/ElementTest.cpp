@@ -460,20 +460,20 @@ TEST(ElementContainer, ElementTypesFollowTheirResource) {
     EXPECT_EQ(3u, typeOf.size());
 }
 
-// An element's URI ends in its id written as the UUID library writes it, for any id.
+// Ids (in element URIs and in JSON) are written as the UUID library writes them, for any id.
 TEST(XObject, IdTextIsTheUuidText) {
-    struct Ids : XObject {
-        using XObject::idText;
-    };
     const std::string texts[] = {
         "00000000-0000-0000-0000-000000000000", "ffffffff-ffff-ffff-ffff-ffffffffffff",
         "01234567-89ab-cdef-0123-456789abcdef", "fedcba98-7654-3210-fedc-ba9876543210",
         "a0000000-000b-00c0-0d00-e0000000000f",
     };
-    for (const std::string& text : texts) EXPECT_EQ(text, Ids::idText(Poco::UUID(text)));
+    for (const std::string& text : texts) {
+        EXPECT_EQ(text, Base::PropertyValueUuid::textOf(Poco::UUID(text)));
+    }
     for (int i = 0; i < 50; ++i) {
         const Poco::UUID drawn = Poco::UUIDGenerator::defaultGenerator().createRandom();
-        EXPECT_EQ(drawn.toString(), Ids::idText(drawn));
+        EXPECT_EQ(drawn.toString(),
+                  Base::PropertyValueUuid(drawn).getGenericValue().extract<std::string>());
     }
 }
 

@@ -28,7 +28,7 @@ public:
     PropertyValueUuid& operator=(const PropertyValueUuid&) = default;
 
     /// The canonical lower-case text with hyphens (std::string).
-    Poco::Dynamic::Var getGenericValue() const override { return m_value.toString(); }
+    Poco::Dynamic::Var getGenericValue() const override { return textOf(m_value); }
     /// Whether `uuid` is not the null UUID.
     bool isValidValue(const Poco::UUID& uuid) const override { return uuid != Poco::UUID::null(); }
     /// Reads a UUID in the UUID library's text forms; false for any other text. Logs nothing on
@@ -36,6 +36,10 @@ public:
     bool parseString(const std::string& text, Poco::UUID& out) const override {
         return out.tryParse(text);
     }
+
+    /// The text of `uuid` as Poco::UUID::toString() writes it (lower-case hex, 8-4-4-4-12),
+    /// written without its per-digit appends: ids are written out on every element added.
+    static std::string textOf(const Poco::UUID& uuid);
 };
 
 }  // namespace Kivo::Data::Base

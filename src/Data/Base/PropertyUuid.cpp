@@ -9,4 +9,20 @@ template class PropertyValue<Poco::UUID>;
 PropertyValueUuid::PropertyValueUuid()
     : PropertyValue<Poco::UUID>(Poco::UUIDGenerator().createRandom()) {}
 
+std::string PropertyValueUuid::textOf(const Poco::UUID& uuid) {
+    static const char* const DIGITS = "0123456789abcdef";
+    char bytes[16];
+    uuid.copyTo(bytes);
+    std::string text(36, '-');
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < sizeof bytes; ++i) {
+        // The dashes stand before bytes 4, 6, 8 and 10.
+        if (i == 4 || i == 6 || i == 8 || i == 10) ++at;
+        const auto byte = static_cast<unsigned char>(bytes[i]);
+        text[at++] = DIGITS[byte >> 4];
+        text[at++] = DIGITS[byte & 0x0F];
+    }
+    return text;
+}
+
 }  // namespace Kivo::Data::Base
