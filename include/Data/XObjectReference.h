@@ -17,6 +17,7 @@
 #include "Data/Base/PropertyIndex.h"
 #include "Data/Base/PropertyObjectReference.h"
 #include "Data/XObject.h"
+#include "Util/Event.h"
 
 namespace Kivo::Data {
 
@@ -69,13 +70,15 @@ private:
 /// otherwise answers the placeholder; a null reference reads as nothing.
 ///
 /// Ownership and lifetime. The reference owns its placeholder and never its target. While it
-/// holds a live target it is subscribed to the target's Destroyed event; when that fires (on the
-/// destroying thread) the reference falls back to a placeholder copied from the target, which
-/// resolves again on a later read. The destructor unsubscribes, so a target may outlive the
-/// reference. Copies copy the placeholder and subscribe to the same live target. A target must
-/// not begin its destruction while another thread resolves, copies, assigns or destroys a
-/// reference to it: destroy elements under their tree's write lock and use references under
-/// its read lock. The resolver is not owned and must outlive the reference and all its copies.
+/// holds a live target it watches the target's Destroyed event through a hook of its own
+/// (Util::EventHook, no allocation); when that fires (on the destroying thread) the reference
+/// falls back to a placeholder copied from the target, which resolves again on a later read.
+/// The destructor detaches the hook, so a target may outlive the reference. Copies copy the
+/// placeholder and watch the same live target. A target must not begin its destruction while
+/// another thread resolves, copies, assigns, writes or destroys a reference to it (the raise
+/// calls the hooks it found when it began): destroy elements under their tree's write lock and
+/// use references under its read lock. The resolver is not owned and must outlive the
+/// reference and all its copies.
 ///
 /// Allowed types. A non-empty set of type identifiers (Object::Type::identifier) restricts the
 /// targets setValue accepts; the empty set allows any type. setAllowedTypes refuses a set that
@@ -91,7 +94,8 @@ private:
 /// property under its owner's read lock, as every property read requires, does that for a
 /// reference into its owner's tree. Two references are locked in address order when compared
 /// or assigned.
-class XObjectReference : public Base::PropertyValueObjectReference<XObject> {
+class XObjectReference : public Base::PropertyValueObjectReference<XObject>,
+                         private Util::EventHook<const XObject> {
 public:
     /// Type identifiers (Object::Type::identifier) a target may have; the empty set allows
     /// any type.
@@ -180,6 +184,9 @@ public:
 private:
     class PairLock;
 
+    // The live target's Destroyed: onReferenceDestroyed.
+    void onEvent(const void* sender, const XObject& target) override;
+
     // The live target, resolving the placeholder if need be, else the placeholder, else null.
     // REQUIRES: m_mutexValue.
     const value_type& getValuePriv() const;
@@ -189,7 +196,7 @@ private:
     // The other side's current target, resolved where it is a reference.
     // REQUIRES: the other side's m_mutexValue where it is a reference.
     static XObject* targetOf(const Base::PropertyValue<XObject*>& other);
-    // Start and stop observing the live target's Destroyed. REQUIRES: m_mutexValue.
+    // Attach and detach the hook at the live target's Destroyed. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;
     // Copies `other`'s state into this empty reference. REQUIRES: both mutexes.

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <Poco/Bugcheck.h>
-#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/UUID.h>
@@ -152,7 +151,7 @@ XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& al
     : PropertyValueObjectReference<XObject>(nullptr), m_oneOf(allowedTypes), m_resolver(resolver) {}
 
 XObjectReference::XObjectReference(const XObjectReference& other)
-    : PropertyValueObjectReference<XObject>(nullptr) {
+    : PropertyValueObjectReference<XObject>(nullptr), Util::EventHook<const XObject>() {
     Poco::Mutex::ScopedLock lock(other.m_mutexValue);
     copyFrom(other);
 }
@@ -192,14 +191,16 @@ void XObjectReference::release() {
 }
 
 void XObjectReference::observe(XObject& target) const {
-    // Subscribing changes no observable state of the reference: it only keeps m_value valid.
-    target.Destroyed += Poco::delegate(const_cast<XObjectReference*>(this),
-                                       &XObjectReference::onReferenceDestroyed);
+    // Watching changes no observable state of the reference: it only keeps m_value valid.
+    target.Destroyed.attach(const_cast<XObjectReference&>(*this));
 }
 
 void XObjectReference::forget(XObject& target) const {
-    target.Destroyed -= Poco::delegate(const_cast<XObjectReference*>(this),
-                                       &XObjectReference::onReferenceDestroyed);
+    target.Destroyed.detach(const_cast<XObjectReference&>(*this));
+}
+
+void XObjectReference::onEvent(const void* sender, const XObject& target) {
+    onReferenceDestroyed(sender, target);
 }
 
 const XObjectReference::value_type& XObjectReference::getValuePriv() const {
