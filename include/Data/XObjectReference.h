@@ -82,7 +82,9 @@ private:
 ///
 /// Allowed types. A non-empty set of type identifiers (Object::Type::identifier) restricts the
 /// targets setValue accepts; the empty set allows any type. setAllowedTypes refuses a set that
-/// would not allow the current target, the empty set included.
+/// would not allow the current target, the empty set included. References hold equal sets as
+/// one shared copy that is never changed: a reference changing its set takes another, so the
+/// set of every other reference, its copies included, stays as it was.
 ///
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
 /// types and the resolver. Holding it, a read takes the read side of the target's tree lock
@@ -199,6 +201,8 @@ private:
     // Attach and detach the hook at the live target's Destroyed. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;
+    // The shared copy of `types`; null for the empty set.
+    static std::shared_ptr<const OneOf> share(OneOf types);
     // Copies `other`'s state into this empty reference. REQUIRES: both mutexes.
     void copyFrom(const XObjectReference& other);
     // Drops the live target and the placeholder. REQUIRES: m_mutexValue.
@@ -207,7 +211,7 @@ private:
     mutable Poco::Mutex m_mutexValue;
     // m_value (the base's) is the live target, not owned; guarded by m_mutexValue.
     XObject* m_valueDummy = nullptr;           // owned; guarded by m_mutexValue
-    OneOf m_oneOf;                             // guarded by m_mutexValue
+    std::shared_ptr<const OneOf> m_oneOf;      // null: any type; guarded by m_mutexValue
     IReferenceResolver* m_resolver = nullptr;  // not owned; guarded by m_mutexValue
 };
 

@@ -1,8 +1,12 @@
 #include "Data/XObjectReference.h"
 
+#include <algorithm>
 #include <climits>
 #include <exception>
+#include <iterator>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -53,6 +57,53 @@ const XObjectReference* asReference(const Base::PropertyValue<XObject*>& value) 
     }
     return dynamic_cast<const XObjectReference*>(&value);
 }
+
+// The allowed sets in use, so that references with equal sets share one copy: a property's
+// set is the same for every element that has the property. Entries are weak, so a set lives
+// while references hold it; expired ones are swept whenever the table has doubled.
+class AllowedTypesTable {
+public:
+    typedef XObjectReference::OneOf OneOf;
+
+    std::shared_ptr<const OneOf> share(OneOf types) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_sets.find(types);
+        if (found != m_sets.end()) {
+            std::shared_ptr<const OneOf> shared = found->second.lock();
+            if (shared != nullptr) return shared;
+        }
+        auto shared = std::make_shared<const OneOf>(types);
+        if (found != m_sets.end()) {
+            found->second = shared;
+        } else {
+            sweepIfGrown();
+            m_sets.emplace(std::move(types), shared);
+        }
+        return shared;
+    }
+
+    // Never destroyed: references in static objects may change their sets while the program
+    // ends.
+    static AllowedTypesTable& instance() {
+        static AllowedTypesTable* const table = new AllowedTypesTable;
+        return *table;
+    }
+
+private:
+    static constexpr std::size_t MIN_SWEEP = 64;
+
+    void sweepIfGrown() {
+        if (m_sets.size() < m_sweepAt) return;
+        for (auto it = m_sets.begin(); it != m_sets.end();) {
+            it = it->second.expired() ? m_sets.erase(it) : std::next(it);
+        }
+        m_sweepAt = std::max(MIN_SWEEP, 2 * m_sets.size());
+    }
+
+    std::mutex m_mutex;  // a leaf: nothing is locked under it
+    std::map<OneOf, std::weak_ptr<const OneOf>> m_sets;
+    std::size_t m_sweepAt = MIN_SWEEP;
+};
 
 }  // namespace
 
@@ -148,7 +199,9 @@ private:
 XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nullptr) {}
 
 XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& allowedTypes)
-    : PropertyValueObjectReference<XObject>(nullptr), m_oneOf(allowedTypes), m_resolver(resolver) {}
+    : PropertyValueObjectReference<XObject>(nullptr),
+      m_oneOf(share(allowedTypes)),
+      m_resolver(resolver) {}
 
 XObjectReference::XObjectReference(const XObjectReference& other)
     : PropertyValueObjectReference<XObject>(nullptr), Util::EventHook<const XObject>() {
@@ -171,6 +224,11 @@ XObjectReference::~XObjectReference() {
     } catch (...) {
         poco_unexpected();
     }
+}
+
+std::shared_ptr<const XObjectReference::OneOf> XObjectReference::share(OneOf types) {
+    if (types.empty()) return nullptr;
+    return AllowedTypesTable::instance().share(std::move(types));
 }
 
 void XObjectReference::copyFrom(const XObjectReference& other) {
@@ -303,7 +361,7 @@ bool XObjectReference::setValueFromString(const std::string& text) {
 bool XObjectReference::isValidValue(const value_type& target) const {
     if (target == nullptr) return false;
     Poco::Mutex::ScopedLock lock(m_mutexValue);
-    return m_oneOf.empty() || m_oneOf.count(target->getType().identifier) != 0;
+    return m_oneOf == nullptr || m_oneOf->count(target->getType().identifier) != 0;
 }
 
 bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) const {
@@ -382,12 +440,15 @@ bool XObjectReference::isResolvedReference() const {
 
 void XObjectReference::addAllowedType(const std::string& identifier) {
     Poco::Mutex::ScopedLock lock(m_mutexValue);
-    m_oneOf.insert(identifier);
+    if (m_oneOf != nullptr && m_oneOf->count(identifier) != 0) return;
+    OneOf types = m_oneOf != nullptr ? *m_oneOf : OneOf();
+    types.insert(identifier);
+    m_oneOf = share(std::move(types));
 }
 
 XObjectReference::OneOf XObjectReference::getAllowedTypes() const {
     Poco::Mutex::ScopedLock lock(m_mutexValue);
-    return m_oneOf;
+    return m_oneOf != nullptr ? *m_oneOf : OneOf();
 }
 
 void XObjectReference::setAllowedTypes(const OneOf& types) {
@@ -397,7 +458,7 @@ void XObjectReference::setAllowedTypes(const OneOf& types) {
         throw Poco::BugcheckException(
             "New allowed type set would not allow current XObject reference");
     }
-    m_oneOf = types;
+    m_oneOf = share(types);
 }
 
 void XObjectReference::onReferenceDestroyed(const void*, const XObject& target) {

@@ -315,6 +315,25 @@ TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
     reference.addAllowedType("Phone.contacts.contactObject");
     EXPECT_EQ((XObjectReference::OneOf{"Phone.contacts.contactObject", "Phone.notes.noteObject"}),
               reference.getAllowedTypes());
+
+    // Copies and references built with an equal set share it: changing one leaves the others.
+    const XObjectReference::OneOf contactsOnly{"Phone.contacts.contactObject"};
+    const std::pair<const char*, std::function<void(XObjectReference&)>> changes[] = {
+        {"add", [](XObjectReference& r) { r.addAllowedType("Phone.notes.noteObject"); }},
+        {"set", [](XObjectReference& r) { r.setAllowedTypes({"Phone.notes.noteObject"}); }},
+        {"clear", [](XObjectReference& r) { r.setAllowedTypes({}); }},
+    };
+    for (const auto& [what, change] : changes) {
+        XObjectReference original(&resolver, contactsOnly);
+        XObjectReference copy(original), twin(&resolver, contactsOnly), assigned;
+        assigned = original;
+        change(copy);
+        EXPECT_TRUE(copy.isValidValue(note)) << what;
+        for (const XObjectReference* other : {&original, &twin, &assigned}) {
+            EXPECT_EQ(contactsOnly, other->getAllowedTypes()) << what;
+            EXPECT_FALSE(other->isValidValue(note)) << what;
+        }
+    }
 }
 
 TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
