@@ -1,14 +1,16 @@
 #ifndef QESSERVICEDATALIB_DATA_XOBJECTREFERENCE_H
 #define QESSERVICEDATALIB_DATA_XOBJECTREFERENCE_H
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/JSON/Object.h>
-#include <Poco/Mutex.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
 
@@ -87,7 +89,9 @@ private:
 /// set of every other reference, its copies included, stays as it was.
 ///
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
-/// types and the resolver. Holding it, a read takes the read side of the target's tree lock
+/// types and the resolver. It is two words that a waiting thread spins on, then yields on:
+/// held for one operation of the reference, it is seldom contended, and every index entry
+/// over references holds a copy of the reference with its lock. Holding it, a read takes the read side of the target's tree lock
 /// (comparisons, matches, toJSON) and resolution takes the read side of the resource's lock.
 /// The target's destructor, possibly holding its tree's write lock, takes m_mutexValue in
 /// onReferenceDestroyed. The order is therefore: the target tree's lock, then m_mutexValue.
@@ -186,6 +190,23 @@ public:
 private:
     class PairLock;
 
+    // A recursive lock of two words, for BasicLockable holders.
+    class ValueLock {
+    public:
+        ValueLock() = default;
+        ValueLock(const ValueLock&) = delete;
+        ValueLock& operator=(const ValueLock&) = delete;
+
+        /// Waits until no other thread holds the lock, then holds it once more.
+        void lock();
+        /// Releases one hold. REQUIRES: the calling thread holds the lock.
+        void unlock();
+
+    private:
+        std::atomic<std::thread::id> m_owner{};  // the holder, or no thread
+        std::uint32_t m_depth = 0;               // the holder's count; only it touches it
+    };
+
     // The live target's Destroyed: onReferenceDestroyed.
     void onEvent(const void* sender, const XObject& target) override;
 
@@ -208,7 +229,7 @@ private:
     // Drops the live target and the placeholder. REQUIRES: m_mutexValue.
     void release();
 
-    mutable Poco::Mutex m_mutexValue;
+    mutable ValueLock m_mutexValue;
     // m_value (the base's) is the live target, not owned; guarded by m_mutexValue.
     XObject* m_valueDummy = nullptr;           // owned; guarded by m_mutexValue
     std::shared_ptr<const OneOf> m_oneOf;      // null: any type; guarded by m_mutexValue

@@ -25,6 +25,8 @@ namespace {
 
 const char* const UNIDENTIFIED_NAME = "unidentified element";
 const char* const TYPE_NAME_SUFFIX = "Object";
+// How often a reference's lock is tried before its waiter yields the processor.
+constexpr unsigned SPINS_BEFORE_YIELD = 64;
 
 // Runs `make`; an exception is logged at trace level after `failure` and gives null.
 template <typename Make>
@@ -169,6 +171,28 @@ std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) 
 // ---------------------------------------------------------------------------------------------
 // XObjectReference
 
+void XObjectReference::ValueLock::lock() {
+    const std::thread::id self = std::this_thread::get_id();
+    // Only this thread stores its own id, so a relaxed read suffices to see that it holds.
+    if (m_owner.load(std::memory_order_relaxed) == self) {
+        ++m_depth;
+        return;
+    }
+    for (unsigned spins = 0;; ++spins) {
+        std::thread::id none;
+        if (m_owner.compare_exchange_weak(none, self, std::memory_order_acquire,
+                                          std::memory_order_relaxed)) {
+            break;
+        }
+        if (spins >= SPINS_BEFORE_YIELD) std::this_thread::yield();
+    }
+    m_depth = 1;
+}
+
+void XObjectReference::ValueLock::unlock() {
+    if (--m_depth == 0) m_owner.store(std::thread::id(), std::memory_order_release);
+}
+
 // Holds the mutexes of two references (or of one, where the other side is a plain value or
 // the same reference), always in address order so that two threads comparing or assigning
 // the same pair in opposite directions cannot deadlock.
@@ -192,8 +216,8 @@ public:
     }
 
 private:
-    Poco::Mutex* m_first;
-    Poco::Mutex* m_second = nullptr;
+    ValueLock* m_first;
+    ValueLock* m_second = nullptr;
 };
 
 XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nullptr) {}
@@ -205,7 +229,7 @@ XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& al
 
 XObjectReference::XObjectReference(const XObjectReference& other)
     : PropertyValueObjectReference<XObject>(nullptr), Util::EventHook<const XObject>() {
-    Poco::Mutex::ScopedLock lock(other.m_mutexValue);
+    std::lock_guard<ValueLock> lock(other.m_mutexValue);
     copyFrom(other);
 }
 
@@ -219,7 +243,7 @@ XObjectReference& XObjectReference::operator=(const XObjectReference& other) {
 
 XObjectReference::~XObjectReference() {
     try {
-        Poco::Mutex::ScopedLock lock(m_mutexValue);
+        std::lock_guard<ValueLock> lock(m_mutexValue);
         release();
     } catch (...) {
         poco_unexpected();
@@ -300,7 +324,7 @@ XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) 
 Poco::Dynamic::Var XObjectReference::getGenericValue() const { return toJSON(-1); }
 
 Poco::Dynamic::Var XObjectReference::toJSON(int depth) const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const XObject* target = getValuePriv();
     if (target == nullptr) return std::string();
     return target->toJSON(depth == INT_MIN ? depth : depth - 1);
@@ -314,7 +338,7 @@ bool XObjectReference::isValidStringValue(const std::string& text) const {
 }
 
 bool XObjectReference::matches(const Poco::RegularExpression& re) const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const XObject* target = getValuePriv();
     if (target == nullptr) return false;
     Kivo::RecursiveRWLockPtr targetLock = target->getLock();
@@ -324,7 +348,7 @@ bool XObjectReference::matches(const Poco::RegularExpression& re) const {
 }
 
 const XObjectReference::value_type& XObjectReference::getValue() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const value_type& target = getValuePriv();
     if (target == nullptr) {
         throw Poco::NullPointerException("Invalid XObject Reference without any value");
@@ -333,7 +357,7 @@ const XObjectReference::value_type& XObjectReference::getValue() const {
 }
 
 bool XObjectReference::setValue(const value_type& target) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     if (!isValidValue(target)) return false;
     if (dynamic_cast<const DummyObject*>(target) != nullptr) {
         // Copied before release(): `target` may be the placeholder held now.
@@ -352,7 +376,7 @@ bool XObjectReference::setValueFromString(const std::string& text) {
     XObject* parsed = nullptr;
     if (!parseString(text, parsed)) return false;
     const std::unique_ptr<XObject> placeholder(parsed);
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     XObject* resolved = nullptr;
     if (resolveReference(placeholder.get(), resolved)) return setValue(resolved);
     return setValue(placeholder.get());
@@ -360,7 +384,7 @@ bool XObjectReference::setValueFromString(const std::string& text) {
 
 bool XObjectReference::isValidValue(const value_type& target) const {
     if (target == nullptr) return false;
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     return m_oneOf == nullptr || m_oneOf->count(target->getType().identifier) != 0;
 }
 
@@ -424,22 +448,22 @@ bool XObjectReference::parseString(const std::string& text, value_type& out) con
 }
 
 void XObjectReference::setReferenceResolver(IReferenceResolver* resolver) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     m_resolver = resolver;
 }
 
 bool XObjectReference::isNull() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     return m_value == nullptr && m_valueDummy == nullptr;
 }
 
 bool XObjectReference::isResolvedReference() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     return m_value != nullptr;
 }
 
 void XObjectReference::addAllowedType(const std::string& identifier) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     if (m_oneOf != nullptr && m_oneOf->count(identifier) != 0) return;
     OneOf types = m_oneOf != nullptr ? *m_oneOf : OneOf();
     types.insert(identifier);
@@ -447,12 +471,12 @@ void XObjectReference::addAllowedType(const std::string& identifier) {
 }
 
 XObjectReference::OneOf XObjectReference::getAllowedTypes() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     return m_oneOf != nullptr ? *m_oneOf : OneOf();
 }
 
 void XObjectReference::setAllowedTypes(const OneOf& types) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const XObject* target = getValuePriv();
     if (target != nullptr && types.count(target->getType().identifier) == 0) {
         throw Poco::BugcheckException(
@@ -464,7 +488,7 @@ void XObjectReference::setAllowedTypes(const OneOf& types) {
 void XObjectReference::onReferenceDestroyed(const void*, const XObject& target) {
     // Read before m_mutexValue: it takes the target's lock, which comes first in the order.
     const Poco::UUID targetId = target.getIdentification();
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     if (m_value == nullptr) {
         poco_bugcheck_msg("invalid reference - received event but holds no resolved reference");
     }
