@@ -19,7 +19,6 @@
 #include "Data/Base/PropertyIndex.h"
 #include "Data/Base/PropertyObjectReference.h"
 #include "Data/XObject.h"
-#include "Util/Event.h"
 
 namespace Kivo::Data {
 
@@ -72,14 +71,15 @@ private:
 /// otherwise answers the placeholder; a null reference reads as nothing.
 ///
 /// Ownership and lifetime. The reference owns its placeholder and never its target. While it
-/// holds a live target it watches the target's Destroyed event through a hook of its own
-/// (Util::EventHook, no allocation); when that fires (on the destroying thread) the reference
-/// falls back to a placeholder copied from the target, which resolves again on a later read.
-/// The destructor detaches the hook, so a target may outlive the reference. Copies copy the
+/// holds a live target it is listed among the target's watchers: one hook (Util::EventHook) at
+/// the target's Destroyed event per target, however many references watch it, so watching costs
+/// one list slot. When Destroyed fires (on the destroying thread) each watching reference falls
+/// back to a placeholder copied from the target, which resolves again on a later read. The
+/// destructor leaves the list, so a target may outlive the reference. Copies copy the
 /// placeholder and watch the same live target. A target must not begin its destruction while
 /// another thread resolves, copies, assigns, writes or destroys a reference to it (the raise
-/// calls the hooks it found when it began): destroy elements under their tree's write lock and
-/// use references under its read lock. The resolver is not owned and must outlive the
+/// calls the watchers listed when it began): destroy elements under their tree's write lock
+/// and use references under its read lock. The resolver is not owned and must outlive the
 /// reference and all its copies.
 ///
 /// Allowed types. A non-empty set of type identifiers (Object::Type::identifier) restricts the
@@ -100,8 +100,7 @@ private:
 /// property under its owner's read lock, as every property read requires, does that for a
 /// reference into its owner's tree. Two references are locked in address order when compared
 /// or assigned.
-class XObjectReference : public Base::PropertyValueObjectReference<XObject>,
-                         private Util::EventHook<const XObject> {
+class XObjectReference : public Base::PropertyValueObjectReference<XObject> {
 public:
     /// Type identifiers (Object::Type::identifier) a target may have; the empty set allows
     /// any type.
@@ -189,6 +188,7 @@ public:
 
 private:
     class PairLock;
+    class Watchers;
 
     // A recursive lock of two words, for BasicLockable holders.
     class ValueLock {
@@ -207,9 +207,6 @@ private:
         std::uint32_t m_depth = 0;               // the holder's count; only it touches it
     };
 
-    // The live target's Destroyed: onReferenceDestroyed.
-    void onEvent(const void* sender, const XObject& target) override;
-
     // The live target, resolving the placeholder if need be, else the placeholder, else null.
     // REQUIRES: m_mutexValue.
     const value_type& getValuePriv() const;
@@ -219,7 +216,7 @@ private:
     // The other side's current target, resolved where it is a reference.
     // REQUIRES: the other side's m_mutexValue where it is a reference.
     static XObject* targetOf(const Base::PropertyValue<XObject*>& other);
-    // Attach and detach the hook at the live target's Destroyed. REQUIRES: m_mutexValue.
+    // Join and leave the live target's watchers. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;
     // The shared copy of `types`; null for the empty set.

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <typeinfo>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -228,7 +229,7 @@ XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& al
       m_resolver(resolver) {}
 
 XObjectReference::XObjectReference(const XObjectReference& other)
-    : PropertyValueObjectReference<XObject>(nullptr), Util::EventHook<const XObject>() {
+    : PropertyValueObjectReference<XObject>(nullptr) {
     std::lock_guard<ValueLock> lock(other.m_mutexValue);
     copyFrom(other);
 }
@@ -272,17 +273,81 @@ void XObjectReference::release() {
     m_valueDummy = nullptr;
 }
 
+// The references watching one target, behind one hook at its Destroyed event: a hook per
+// reference would make each new one walk the hooks of all the others. The groups are found by
+// their target's address in a table whose mutex comes after the references' mutexes and before
+// the events' locks; no reference mutex is taken under it.
+class XObjectReference::Watchers final : public Util::EventHook<const XObject> {
+public:
+    static void join(XObjectReference& reference, XObject& target) {
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        Watchers*& group = table.groups[&target];
+        if (group == nullptr) {
+            group = new Watchers;
+            target.Destroyed.attach(*group);
+        }
+        group->m_members.push_back(&reference);
+    }
+
+    // Nothing when the reference is not listed: the target's end has taken the list already.
+    static void leave(XObjectReference& reference, XObject& target) {
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        const auto found = table.groups.find(&target);
+        if (found == table.groups.end()) return;
+        std::vector<XObjectReference*>& members = found->second->m_members;
+        const auto member = std::find(members.begin(), members.end(), &reference);
+        if (member == members.end()) return;
+        *member = members.back();
+        members.pop_back();
+        if (members.empty()) {
+            target.Destroyed.detach(*found->second);
+            delete found->second;
+            table.groups.erase(found);
+        }
+    }
+
+    // The target's end: the group goes, then each member falls back, with no lock of the table
+    // held, as a member takes its own mutex.
+    void onEvent(const void* sender, const XObject& target) override {
+        std::vector<XObjectReference*> members;
+        {
+            Table& table = Table::instance();
+            std::lock_guard<std::mutex> lock(table.mutex);
+            members.swap(m_members);
+            table.groups.erase(&target);
+            const_cast<XObject&>(target).Destroyed.detach(*this);
+        }
+        // The raise calls no hook it has called already, so the group may go now.
+        delete this;
+        for (XObjectReference* member : members) member->onReferenceDestroyed(sender, target);
+    }
+
+private:
+    struct Table {
+        std::mutex mutex;
+        std::unordered_map<const XObject*, Watchers*> groups;  // owned
+
+        // Never destroyed: references in static objects may leave while the program ends.
+        static Table& instance() {
+            static Table* const table = new Table;
+            return *table;
+        }
+    };
+
+    Watchers() = default;
+
+    std::vector<XObjectReference*> m_members;  // guarded by the table's mutex
+};
+
 void XObjectReference::observe(XObject& target) const {
     // Watching changes no observable state of the reference: it only keeps m_value valid.
-    target.Destroyed.attach(const_cast<XObjectReference&>(*this));
+    Watchers::join(const_cast<XObjectReference&>(*this), target);
 }
 
 void XObjectReference::forget(XObject& target) const {
-    target.Destroyed.detach(const_cast<XObjectReference&>(*this));
-}
-
-void XObjectReference::onEvent(const void* sender, const XObject& target) {
-    onReferenceDestroyed(sender, target);
+    Watchers::leave(const_cast<XObjectReference&>(*this), target);
 }
 
 const XObjectReference::value_type& XObjectReference::getValuePriv() const {

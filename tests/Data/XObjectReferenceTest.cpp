@@ -184,7 +184,7 @@ TEST_F(XObjectReferenceTest, NullReferenceHasNoValue) {
 }
 
 // A reference resolves when read; when its target is destroyed it falls back to a placeholder
-// copied from it, and it leaves no hook behind at a target that outlives it.
+// copied from it, and it leaves nothing behind at a target that outlives it.
 TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed) {
     Contact* again = nullptr;
     {
