@@ -1,10 +1,12 @@
 #include "Data/XObjectReference.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <Poco/Delegate.h>
@@ -272,6 +274,45 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
     Contact* again = add(contacts, "Alice", ALICE);
     EXPECT_EQ(again, copy.getValue()) << "resolvers travel with copies";
     EXPECT_EQ(again, assigned.getValue());
+}
+
+// Threads resolving, comparing and copying the same references at once: each reference joins
+// its target's watchers once, so the target's end reaches every one of them exactly once.
+TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
+    add(contacts, "Alice", ALICE);
+    add(contacts, "Bob", BOB);
+    XObjectReference toAlice(&resolver), toBob(&resolver);
+    ASSERT_TRUE(toAlice.setValueFromString(contactUri(ALICE)));
+    ASSERT_TRUE(toBob.setValueFromString(contactUri(BOB)));
+    constexpr int THREADS = 4;
+    constexpr int ROUNDS = 200;
+    std::vector<std::vector<XObjectReference>> copies(THREADS);
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < ROUNDS; ++i) {
+                // Both orders of the pair at once, from different threads.
+                const bool aliceFirst = (i + t) % 2 == 0;
+                const XObjectReference& first = aliceFirst ? toAlice : toBob;
+                const XObjectReference& second = aliceFirst ? toBob : toAlice;
+                if ((first < second) != aliceFirst || first == second) ++wrong;
+                if (i % 50 == 0) copies[t].push_back(first);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
+
+    remove(ALICE);
+    remove(BOB);
+    for (const auto& own : copies) {
+        for (const XObjectReference& copy : own) {
+            EXPECT_FALSE(copy.isResolvedReference());
+        }
+    }
+    EXPECT_EQ("Alice", toAlice.getValue()->getName().getValue());
+    EXPECT_FALSE(toBob.isResolvedReference());
 }
 
 TEST_F(XObjectReferenceTest, DestroyedHandlerChecksItsTarget) {
