@@ -1,14 +1,16 @@
 #ifndef QESSERVICEDATALIB_DATA_XOBJECTREFERENCE_H
 #define QESSERVICEDATALIB_DATA_XOBJECTREFERENCE_H
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/JSON/Object.h>
-#include <Poco/Mutex.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
 
@@ -69,20 +71,27 @@ private:
 /// otherwise answers the placeholder; a null reference reads as nothing.
 ///
 /// Ownership and lifetime. The reference owns its placeholder and never its target. While it
-/// holds a live target it is subscribed to the target's Destroyed event; when that fires (on the
-/// destroying thread) the reference falls back to a placeholder copied from the target, which
-/// resolves again on a later read. The destructor unsubscribes, so a target may outlive the
-/// reference. Copies copy the placeholder and subscribe to the same live target. A target must
-/// not begin its destruction while another thread resolves, copies, assigns or destroys a
-/// reference to it: destroy elements under their tree's write lock and use references under
-/// its read lock. The resolver is not owned and must outlive the reference and all its copies.
+/// holds a live target it is listed among the target's watchers: one hook (Util::EventHook) at
+/// the target's Destroyed event per target, however many references watch it, so watching costs
+/// one list slot. When Destroyed fires (on the destroying thread) each watching reference falls
+/// back to a placeholder copied from the target, which resolves again on a later read. The
+/// destructor leaves the list, so a target may outlive the reference. Copies copy the
+/// placeholder and watch the same live target. A target must not begin its destruction while
+/// another thread resolves, copies, assigns, writes or destroys a reference to it (the raise
+/// calls the watchers listed when it began): destroy elements under their tree's write lock
+/// and use references under its read lock. The resolver is not owned and must outlive the
+/// reference and all its copies.
 ///
 /// Allowed types. A non-empty set of type identifiers (Object::Type::identifier) restricts the
 /// targets setValue accepts; the empty set allows any type. setAllowedTypes refuses a set that
-/// would not allow the current target, the empty set included.
+/// would not allow the current target, the empty set included. References hold equal sets as
+/// one shared copy that is never changed: a reference changing its set takes another, so the
+/// set of every other reference, its copies included, stays as it was.
 ///
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
-/// types and the resolver. Holding it, a read takes the read side of the target's tree lock
+/// types and the resolver. It is two words that a waiting thread spins on, then yields on:
+/// held for one operation of the reference, it is seldom contended, and every index entry
+/// over references holds a copy of the reference with its lock. Holding it, a read takes the read side of the target's tree lock
 /// (comparisons, matches, toJSON) and resolution takes the read side of the resource's lock.
 /// The target's destructor, possibly holding its tree's write lock, takes m_mutexValue in
 /// onReferenceDestroyed. The order is therefore: the target tree's lock, then m_mutexValue.
@@ -179,6 +188,24 @@ public:
 
 private:
     class PairLock;
+    class Watchers;
+
+    // A recursive lock of two words, for BasicLockable holders.
+    class ValueLock {
+    public:
+        ValueLock() = default;
+        ValueLock(const ValueLock&) = delete;
+        ValueLock& operator=(const ValueLock&) = delete;
+
+        /// Waits until no other thread holds the lock, then holds it once more.
+        void lock();
+        /// Releases one hold. REQUIRES: the calling thread holds the lock.
+        void unlock();
+
+    private:
+        std::atomic<std::thread::id> m_owner{};  // the holder, or no thread
+        std::uint32_t m_depth = 0;               // the holder's count; only it touches it
+    };
 
     // The live target, resolving the placeholder if need be, else the placeholder, else null.
     // REQUIRES: m_mutexValue.
@@ -189,18 +216,20 @@ private:
     // The other side's current target, resolved where it is a reference.
     // REQUIRES: the other side's m_mutexValue where it is a reference.
     static XObject* targetOf(const Base::PropertyValue<XObject*>& other);
-    // Start and stop observing the live target's Destroyed. REQUIRES: m_mutexValue.
+    // Join and leave the live target's watchers. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;
+    // The shared copy of `types`; null for the empty set.
+    static std::shared_ptr<const OneOf> share(OneOf types);
     // Copies `other`'s state into this empty reference. REQUIRES: both mutexes.
     void copyFrom(const XObjectReference& other);
     // Drops the live target and the placeholder. REQUIRES: m_mutexValue.
     void release();
 
-    mutable Poco::Mutex m_mutexValue;
+    mutable ValueLock m_mutexValue;
     // m_value (the base's) is the live target, not owned; guarded by m_mutexValue.
     XObject* m_valueDummy = nullptr;           // owned; guarded by m_mutexValue
-    OneOf m_oneOf;                             // guarded by m_mutexValue
+    std::shared_ptr<const OneOf> m_oneOf;      // null: any type; guarded by m_mutexValue
     IReferenceResolver* m_resolver = nullptr;  // not owned; guarded by m_mutexValue
 };
 

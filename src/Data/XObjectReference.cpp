@@ -1,14 +1,18 @@
 #include "Data/XObjectReference.h"
 
+#include <algorithm>
 #include <climits>
 #include <exception>
+#include <iterator>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <typeinfo>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include <Poco/Bugcheck.h>
-#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/UUID.h>
@@ -22,6 +26,8 @@ namespace {
 
 const char* const UNIDENTIFIED_NAME = "unidentified element";
 const char* const TYPE_NAME_SUFFIX = "Object";
+// How often a reference's lock is tried before its waiter yields the processor.
+constexpr unsigned SPINS_BEFORE_YIELD = 64;
 
 // Runs `make`; an exception is logged at trace level after `failure` and gives null.
 template <typename Make>
@@ -54,6 +60,53 @@ const XObjectReference* asReference(const Base::PropertyValue<XObject*>& value) 
     }
     return dynamic_cast<const XObjectReference*>(&value);
 }
+
+// The allowed sets in use, so that references with equal sets share one copy: a property's
+// set is the same for every element that has the property. Entries are weak, so a set lives
+// while references hold it; expired ones are swept whenever the table has doubled.
+class AllowedTypesTable {
+public:
+    typedef XObjectReference::OneOf OneOf;
+
+    std::shared_ptr<const OneOf> share(OneOf types) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_sets.find(types);
+        if (found != m_sets.end()) {
+            std::shared_ptr<const OneOf> shared = found->second.lock();
+            if (shared != nullptr) return shared;
+        }
+        auto shared = std::make_shared<const OneOf>(types);
+        if (found != m_sets.end()) {
+            found->second = shared;
+        } else {
+            sweepIfGrown();
+            m_sets.emplace(std::move(types), shared);
+        }
+        return shared;
+    }
+
+    // Never destroyed: references in static objects may change their sets while the program
+    // ends.
+    static AllowedTypesTable& instance() {
+        static AllowedTypesTable* const table = new AllowedTypesTable;
+        return *table;
+    }
+
+private:
+    static constexpr std::size_t MIN_SWEEP = 64;
+
+    void sweepIfGrown() {
+        if (m_sets.size() < m_sweepAt) return;
+        for (auto it = m_sets.begin(); it != m_sets.end();) {
+            it = it->second.expired() ? m_sets.erase(it) : std::next(it);
+        }
+        m_sweepAt = std::max(MIN_SWEEP, 2 * m_sets.size());
+    }
+
+    std::mutex m_mutex;  // a leaf: nothing is locked under it
+    std::map<OneOf, std::weak_ptr<const OneOf>> m_sets;
+    std::size_t m_sweepAt = MIN_SWEEP;
+};
 
 }  // namespace
 
@@ -119,6 +172,28 @@ std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) 
 // ---------------------------------------------------------------------------------------------
 // XObjectReference
 
+void XObjectReference::ValueLock::lock() {
+    const std::thread::id self = std::this_thread::get_id();
+    // Only this thread stores its own id, so a relaxed read suffices to see that it holds.
+    if (m_owner.load(std::memory_order_relaxed) == self) {
+        ++m_depth;
+        return;
+    }
+    for (unsigned spins = 0;; ++spins) {
+        std::thread::id none;
+        if (m_owner.compare_exchange_weak(none, self, std::memory_order_acquire,
+                                          std::memory_order_relaxed)) {
+            break;
+        }
+        if (spins >= SPINS_BEFORE_YIELD) std::this_thread::yield();
+    }
+    m_depth = 1;
+}
+
+void XObjectReference::ValueLock::unlock() {
+    if (--m_depth == 0) m_owner.store(std::thread::id(), std::memory_order_release);
+}
+
 // Holds the mutexes of two references (or of one, where the other side is a plain value or
 // the same reference), always in address order so that two threads comparing or assigning
 // the same pair in opposite directions cannot deadlock.
@@ -142,18 +217,20 @@ public:
     }
 
 private:
-    Poco::Mutex* m_first;
-    Poco::Mutex* m_second = nullptr;
+    ValueLock* m_first;
+    ValueLock* m_second = nullptr;
 };
 
 XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nullptr) {}
 
 XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& allowedTypes)
-    : PropertyValueObjectReference<XObject>(nullptr), m_oneOf(allowedTypes), m_resolver(resolver) {}
+    : PropertyValueObjectReference<XObject>(nullptr),
+      m_oneOf(share(allowedTypes)),
+      m_resolver(resolver) {}
 
 XObjectReference::XObjectReference(const XObjectReference& other)
     : PropertyValueObjectReference<XObject>(nullptr) {
-    Poco::Mutex::ScopedLock lock(other.m_mutexValue);
+    std::lock_guard<ValueLock> lock(other.m_mutexValue);
     copyFrom(other);
 }
 
@@ -167,11 +244,16 @@ XObjectReference& XObjectReference::operator=(const XObjectReference& other) {
 
 XObjectReference::~XObjectReference() {
     try {
-        Poco::Mutex::ScopedLock lock(m_mutexValue);
+        std::lock_guard<ValueLock> lock(m_mutexValue);
         release();
     } catch (...) {
         poco_unexpected();
     }
+}
+
+std::shared_ptr<const XObjectReference::OneOf> XObjectReference::share(OneOf types) {
+    if (types.empty()) return nullptr;
+    return AllowedTypesTable::instance().share(std::move(types));
 }
 
 void XObjectReference::copyFrom(const XObjectReference& other) {
@@ -191,15 +273,81 @@ void XObjectReference::release() {
     m_valueDummy = nullptr;
 }
 
+// The references watching one target, behind one hook at its Destroyed event: a hook per
+// reference would make each new one walk the hooks of all the others. The groups are found by
+// their target's address in a table whose mutex comes after the references' mutexes and before
+// the events' locks; no reference mutex is taken under it.
+class XObjectReference::Watchers final : public Util::EventHook<const XObject> {
+public:
+    static void join(XObjectReference& reference, XObject& target) {
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        Watchers*& group = table.groups[&target];
+        if (group == nullptr) {
+            group = new Watchers;
+            target.Destroyed.attach(*group);
+        }
+        group->m_members.push_back(&reference);
+    }
+
+    // Nothing when the reference is not listed: the target's end has taken the list already.
+    static void leave(XObjectReference& reference, XObject& target) {
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        const auto found = table.groups.find(&target);
+        if (found == table.groups.end()) return;
+        std::vector<XObjectReference*>& members = found->second->m_members;
+        const auto member = std::find(members.begin(), members.end(), &reference);
+        if (member == members.end()) return;
+        *member = members.back();
+        members.pop_back();
+        if (members.empty()) {
+            target.Destroyed.detach(*found->second);
+            delete found->second;
+            table.groups.erase(found);
+        }
+    }
+
+    // The target's end: the group goes, then each member falls back, with no lock of the table
+    // held, as a member takes its own mutex.
+    void onEvent(const void* sender, const XObject& target) override {
+        std::vector<XObjectReference*> members;
+        {
+            Table& table = Table::instance();
+            std::lock_guard<std::mutex> lock(table.mutex);
+            members.swap(m_members);
+            table.groups.erase(&target);
+            const_cast<XObject&>(target).Destroyed.detach(*this);
+        }
+        // The raise calls no hook it has called already, so the group may go now.
+        delete this;
+        for (XObjectReference* member : members) member->onReferenceDestroyed(sender, target);
+    }
+
+private:
+    struct Table {
+        std::mutex mutex;
+        std::unordered_map<const XObject*, Watchers*> groups;  // owned
+
+        // Never destroyed: references in static objects may leave while the program ends.
+        static Table& instance() {
+            static Table* const table = new Table;
+            return *table;
+        }
+    };
+
+    Watchers() = default;
+
+    std::vector<XObjectReference*> m_members;  // guarded by the table's mutex
+};
+
 void XObjectReference::observe(XObject& target) const {
-    // Subscribing changes no observable state of the reference: it only keeps m_value valid.
-    target.Destroyed += Poco::delegate(const_cast<XObjectReference*>(this),
-                                       &XObjectReference::onReferenceDestroyed);
+    // Watching changes no observable state of the reference: it only keeps m_value valid.
+    Watchers::join(const_cast<XObjectReference&>(*this), target);
 }
 
 void XObjectReference::forget(XObject& target) const {
-    target.Destroyed -= Poco::delegate(const_cast<XObjectReference*>(this),
-                                       &XObjectReference::onReferenceDestroyed);
+    Watchers::leave(const_cast<XObjectReference&>(*this), target);
 }
 
 const XObjectReference::value_type& XObjectReference::getValuePriv() const {
@@ -241,7 +389,7 @@ XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) 
 Poco::Dynamic::Var XObjectReference::getGenericValue() const { return toJSON(-1); }
 
 Poco::Dynamic::Var XObjectReference::toJSON(int depth) const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const XObject* target = getValuePriv();
     if (target == nullptr) return std::string();
     return target->toJSON(depth == INT_MIN ? depth : depth - 1);
@@ -255,7 +403,7 @@ bool XObjectReference::isValidStringValue(const std::string& text) const {
 }
 
 bool XObjectReference::matches(const Poco::RegularExpression& re) const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const XObject* target = getValuePriv();
     if (target == nullptr) return false;
     Kivo::RecursiveRWLockPtr targetLock = target->getLock();
@@ -265,7 +413,7 @@ bool XObjectReference::matches(const Poco::RegularExpression& re) const {
 }
 
 const XObjectReference::value_type& XObjectReference::getValue() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const value_type& target = getValuePriv();
     if (target == nullptr) {
         throw Poco::NullPointerException("Invalid XObject Reference without any value");
@@ -274,7 +422,7 @@ const XObjectReference::value_type& XObjectReference::getValue() const {
 }
 
 bool XObjectReference::setValue(const value_type& target) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     if (!isValidValue(target)) return false;
     if (dynamic_cast<const DummyObject*>(target) != nullptr) {
         // Copied before release(): `target` may be the placeholder held now.
@@ -293,7 +441,7 @@ bool XObjectReference::setValueFromString(const std::string& text) {
     XObject* parsed = nullptr;
     if (!parseString(text, parsed)) return false;
     const std::unique_ptr<XObject> placeholder(parsed);
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     XObject* resolved = nullptr;
     if (resolveReference(placeholder.get(), resolved)) return setValue(resolved);
     return setValue(placeholder.get());
@@ -301,8 +449,8 @@ bool XObjectReference::setValueFromString(const std::string& text) {
 
 bool XObjectReference::isValidValue(const value_type& target) const {
     if (target == nullptr) return false;
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
-    return m_oneOf.empty() || m_oneOf.count(target->getType().identifier) != 0;
+    std::lock_guard<ValueLock> lock(m_mutexValue);
+    return m_oneOf == nullptr || m_oneOf->count(target->getType().identifier) != 0;
 }
 
 bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) const {
@@ -365,44 +513,47 @@ bool XObjectReference::parseString(const std::string& text, value_type& out) con
 }
 
 void XObjectReference::setReferenceResolver(IReferenceResolver* resolver) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     m_resolver = resolver;
 }
 
 bool XObjectReference::isNull() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     return m_value == nullptr && m_valueDummy == nullptr;
 }
 
 bool XObjectReference::isResolvedReference() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     return m_value != nullptr;
 }
 
 void XObjectReference::addAllowedType(const std::string& identifier) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
-    m_oneOf.insert(identifier);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
+    if (m_oneOf != nullptr && m_oneOf->count(identifier) != 0) return;
+    OneOf types = m_oneOf != nullptr ? *m_oneOf : OneOf();
+    types.insert(identifier);
+    m_oneOf = share(std::move(types));
 }
 
 XObjectReference::OneOf XObjectReference::getAllowedTypes() const {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
-    return m_oneOf;
+    std::lock_guard<ValueLock> lock(m_mutexValue);
+    return m_oneOf != nullptr ? *m_oneOf : OneOf();
 }
 
 void XObjectReference::setAllowedTypes(const OneOf& types) {
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     const XObject* target = getValuePriv();
     if (target != nullptr && types.count(target->getType().identifier) == 0) {
         throw Poco::BugcheckException(
             "New allowed type set would not allow current XObject reference");
     }
-    m_oneOf = types;
+    m_oneOf = share(types);
 }
 
 void XObjectReference::onReferenceDestroyed(const void*, const XObject& target) {
     // Read before m_mutexValue: it takes the target's lock, which comes first in the order.
     const Poco::UUID targetId = target.getIdentification();
-    Poco::Mutex::ScopedLock lock(m_mutexValue);
+    std::lock_guard<ValueLock> lock(m_mutexValue);
     if (m_value == nullptr) {
         poco_bugcheck_msg("invalid reference - received event but holds no resolved reference");
     }

@@ -1,10 +1,12 @@
 #include "Data/XObjectReference.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <Poco/Delegate.h>
@@ -184,7 +186,7 @@ TEST_F(XObjectReferenceTest, NullReferenceHasNoValue) {
 }
 
 // A reference resolves when read; when its target is destroyed it falls back to a placeholder
-// copied from it, and it leaves no delegate behind at a target that outlives it.
+// copied from it, and it leaves nothing behind at a target that outlives it.
 TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed) {
     Contact* again = nullptr;
     {
@@ -209,9 +211,7 @@ TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed)
 
         again = add(contacts, "Alice again", ALICE);
         EXPECT_EQ(again, reference.getValue());
-        EXPECT_FALSE(again->Destroyed.empty());
     }
-    EXPECT_TRUE(again->Destroyed.empty());
 
     // What a text resolves to, by resolver.
     struct Row {
@@ -232,6 +232,8 @@ TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed)
         EXPECT_EQ(row.resolved, reference.isResolvedReference()) << row.text;
         EXPECT_EQ(row.targetName, reference.getValue()->getName().getValue()) << row.text;
     }
+    // The target outlives every reference that resolved to it: none may be called now.
+    remove(ALICE);
 }
 
 TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
@@ -239,13 +241,19 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
     Contact* bob = add(contacts, "Bob", BOB);
     XObjectReference original(&resolver);
     ASSERT_TRUE(original.setValue(alice));
+    auto between = std::make_unique<XObjectReference>(original);
     XObjectReference copy(original);
+    XObjectReference lazy(&resolver);
+    ASSERT_TRUE(lazy.setValueFromString(contactUri(ALICE)));
+    ASSERT_EQ(alice, lazy.getValue());
     XObjectReference assigned;
     ASSERT_TRUE(assigned.setValue(bob));
     assigned = original;
     const XObjectReference& same = assigned;
     assigned = same;  // self-assignment, as it comes about through an alias
-    EXPECT_TRUE(bob->Destroyed.empty()) << "assignment must leave the old target";
+    // Assignment left Bob: his end must not reach `assigned`, whose handler would refuse it.
+    remove(BOB);
+    EXPECT_EQ(alice, assigned.getValue());
 
     XObjectReference placeholder, readBack;
     ASSERT_TRUE(placeholder.setValueFromString(contactUri(BOB)));
@@ -256,14 +264,55 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
     EXPECT_TRUE(readBack == placeholder);
     EXPECT_EQ(contactUri(BOB), readBack.getValue()->getUri().getValue().toString());
 
+    // Alice's watchers, one gone from between the others, all fall back.
+    between.reset();
     remove(ALICE);
-    for (const XObjectReference* reference : {&original, &copy, &assigned}) {
+    for (const XObjectReference* reference : {&original, &copy, &lazy, &assigned}) {
         EXPECT_FALSE(reference->isResolvedReference());
         EXPECT_EQ("Alice", reference->getValue()->getName().getValue());
     }
     Contact* again = add(contacts, "Alice", ALICE);
     EXPECT_EQ(again, copy.getValue()) << "resolvers travel with copies";
     EXPECT_EQ(again, assigned.getValue());
+}
+
+// Threads resolving, comparing and copying the same references at once: each reference joins
+// its target's watchers once, so the target's end reaches every one of them exactly once.
+TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
+    add(contacts, "Alice", ALICE);
+    add(contacts, "Bob", BOB);
+    XObjectReference toAlice(&resolver), toBob(&resolver);
+    ASSERT_TRUE(toAlice.setValueFromString(contactUri(ALICE)));
+    ASSERT_TRUE(toBob.setValueFromString(contactUri(BOB)));
+    constexpr int THREADS = 4;
+    constexpr int ROUNDS = 200;
+    std::vector<std::vector<XObjectReference>> copies(THREADS);
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < ROUNDS; ++i) {
+                // Both orders of the pair at once, from different threads.
+                const bool aliceFirst = (i + t) % 2 == 0;
+                const XObjectReference& first = aliceFirst ? toAlice : toBob;
+                const XObjectReference& second = aliceFirst ? toBob : toAlice;
+                if ((first < second) != aliceFirst || first == second) ++wrong;
+                if (i % 50 == 0) copies[t].push_back(first);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
+
+    remove(ALICE);
+    remove(BOB);
+    for (const auto& own : copies) {
+        for (const XObjectReference& copy : own) {
+            EXPECT_FALSE(copy.isResolvedReference());
+        }
+    }
+    EXPECT_EQ("Alice", toAlice.getValue()->getName().getValue());
+    EXPECT_FALSE(toBob.isResolvedReference());
 }
 
 TEST_F(XObjectReferenceTest, DestroyedHandlerChecksItsTarget) {
@@ -307,6 +356,25 @@ TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
     reference.addAllowedType("Phone.contacts.contactObject");
     EXPECT_EQ((XObjectReference::OneOf{"Phone.contacts.contactObject", "Phone.notes.noteObject"}),
               reference.getAllowedTypes());
+
+    // Copies and references built with an equal set share it: changing one leaves the others.
+    const XObjectReference::OneOf contactsOnly{"Phone.contacts.contactObject"};
+    const std::pair<const char*, std::function<void(XObjectReference&)>> changes[] = {
+        {"add", [](XObjectReference& r) { r.addAllowedType("Phone.notes.noteObject"); }},
+        {"set", [](XObjectReference& r) { r.setAllowedTypes({"Phone.notes.noteObject"}); }},
+        {"clear", [](XObjectReference& r) { r.setAllowedTypes({}); }},
+    };
+    for (const auto& [what, change] : changes) {
+        XObjectReference original(&resolver, contactsOnly);
+        XObjectReference copy(original), twin(&resolver, contactsOnly), assigned;
+        assigned = original;
+        change(copy);
+        EXPECT_TRUE(copy.isValidValue(note)) << what;
+        for (const XObjectReference* other : {&original, &twin, &assigned}) {
+            EXPECT_EQ(contactsOnly, other->getAllowedTypes()) << what;
+            EXPECT_FALSE(other->isValidValue(note)) << what;
+        }
+    }
 }
 
 TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
