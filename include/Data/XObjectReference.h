@@ -91,8 +91,9 @@ private:
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
 /// types and the resolver. It is two words that a waiting thread spins on, then yields on:
 /// held for one operation of the reference, it is seldom contended, and every index entry
-/// over references holds a copy of the reference with its lock. Holding it, a read takes the read side of the target's tree lock
-/// (comparisons, matches, toJSON) and resolution takes the read side of the resource's lock.
+/// over references holds a copy of the reference with its lock. Holding it, a read takes the
+/// read side of the target's tree lock (comparisons, matches, toJSON) and resolution takes the
+/// read side of the resource's lock.
 /// The target's destructor, possibly holding its tree's write lock, takes m_mutexValue in
 /// onReferenceDestroyed. The order is therefore: the target tree's lock, then m_mutexValue.
 /// Whenever another thread may destroy targets, hold the target tree's lock (the read side
