@@ -23,8 +23,11 @@ class Event;
 /// it is destroyed, from a thread that no raise of the event runs concurrently with (the raise
 /// copies the hooks it calls, as it copies its delegates): the writers of a tree's properties
 /// and the filing at its indexes are serialised by the tree's lock, which gives that.
+///
+/// Aligned to eight bytes on every platform: an event keeps the first hook's address in its
+/// one word together with three flag bits.
 template <class TArgs>
-class EventHook {
+class alignas(8) EventHook {
 public:
     EventHook() = default;
     EventHook(const EventHook&) = delete;
@@ -41,8 +44,9 @@ private:
     EventHook* m_next = nullptr;
 };
 
-/// An event that costs two words until somebody subscribes: the delegate list is allocated
-/// by the first subscription.
+/// An event that costs one word until somebody subscribes: hooks are linked into it without
+/// allocation, and the delegate list is allocated by the first subscription and freed again
+/// when the last one goes.
 ///
 /// It behaves as Poco::BasicEvent does for its clients: `+=` and `-=` take any Poco delegate
 /// (Poco::delegate, Poco::priorityDelegate, function delegates; priorities are not used for
@@ -80,32 +84,33 @@ public:
     Event() = default;
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
-    ~Event() { delete listOf(m_state.load(std::memory_order_acquire)); }
+    ~Event() {
+        const std::uintptr_t state = m_state.load(std::memory_order_acquire);
+        if ((state & BLOCK) != 0) delete static_cast<Block*>(addressOf(state));
+    }
 
     /// Subscribes a copy of `delegate` after the current subscribers.
     void operator+=(const Delegate& delegate) {
         Poco::SharedPtr<Delegate> copy(delegate.clone());
         Guard guard(*this);
-        if (guard.list() == nullptr) guard.setList(new List);
-        guard.list()->push_back(copy);
+        guard.makeList().push_back(copy);
     }
     /// Removes the first subscription equal to `delegate` and disables it, so no raise calls
     /// it after this returns; nothing when there is none.
     void operator-=(const Delegate& delegate) {
         Poco::SharedPtr<Delegate> removed;
-        {
-            Guard guard(*this);
-            List* list = guard.list();
-            if (list == nullptr) return;
-            for (auto it = list->begin(); it != list->end(); ++it) {
-                if (delegate.equals(**it)) {
-                    (*it)->disable();
-                    removed = *it;
-                    list->erase(it);
-                    break;
-                }
+        Guard guard(*this);
+        List* list = guard.list();
+        if (list == nullptr) return;
+        for (auto it = list->begin(); it != list->end(); ++it) {
+            if (delegate.equals(**it)) {
+                (*it)->disable();
+                removed = *it;
+                list->erase(it);
+                break;
             }
         }
+        guard.dropListIfEmpty();
     }
 
     /// Calls the hooks, then every delegate, unless the event is disabled.
@@ -121,7 +126,7 @@ public:
         {
             Guard guard(*this);
             if (!guard.enabled()) return;
-            for (EventHook<TArgs>* hook = m_hooks; hook != nullptr; hook = hook->m_next) {
+            for (EventHook<TArgs>* hook = guard.hooks(); hook != nullptr; hook = hook->m_next) {
                 hooks.push(hook);
             }
             if (guard.list() != nullptr) delegates.m_delegates = *guard.list();
@@ -150,9 +155,7 @@ public:
         guard.setEnabled(false);
     }
     /// Whether raises call anybody.
-    bool isEnabled() const {
-        return (m_state.load(std::memory_order_acquire) & DISABLED) == 0;
-    }
+    bool isEnabled() const { return (m_state.load(std::memory_order_acquire) & DISABLED) == 0; }
     /// Removes and disables every delegate; hooks stay.
     void clear() {
         List removed;
@@ -160,6 +163,7 @@ public:
         if (guard.list() == nullptr) return;
         for (auto& delegate : *guard.list()) delegate->disable();
         removed.swap(*guard.list());
+        guard.dropListIfEmpty();
     }
     /// Whether no delegate is subscribed; hooks are not counted.
     bool empty() const {
@@ -170,17 +174,27 @@ public:
     /// Links `hook` in after the hooks already attached. REQUIRES: it is not attached anywhere.
     void attach(EventHook<TArgs>& hook) {
         Guard guard(*this);
-        EventHook<TArgs>** tail = &m_hooks;
-        while (*tail != nullptr) tail = &(*tail)->m_next;
         hook.m_next = nullptr;
-        *tail = &hook;
+        EventHook<TArgs>* head = guard.hooks();
+        if (head == nullptr) {
+            guard.setHooks(&hook);
+            return;
+        }
+        while (head->m_next != nullptr) head = head->m_next;
+        head->m_next = &hook;
     }
     /// Unlinks `hook`; nothing when it is not attached here.
     void detach(EventHook<TArgs>& hook) {
         Guard guard(*this);
-        for (EventHook<TArgs>** link = &m_hooks; *link != nullptr; link = &(*link)->m_next) {
-            if (*link == &hook) {
-                *link = hook.m_next;
+        EventHook<TArgs>* head = guard.hooks();
+        if (head == &hook) {
+            guard.setHooks(hook.m_next);
+            hook.m_next = nullptr;
+            return;
+        }
+        for (EventHook<TArgs>* link = head; link != nullptr; link = link->m_next) {
+            if (link->m_next == &hook) {
+                link->m_next = hook.m_next;
                 hook.m_next = nullptr;
                 return;
             }
@@ -190,17 +204,25 @@ public:
 private:
     typedef std::vector<Poco::SharedPtr<Delegate>> List;
 
-    // The state word holds the delegate list's address, or 0, with two flags in the low bits
-    // that the list's alignment leaves free: the lock and "disabled". Keeping lock and flag in
-    // the pointer's word makes the event two words; the lock is held for a few instructions
-    // (a list copy at most), so it spins, yielding the processor after a while.
+    // Allocated while the event has delegates: the list, and the hooks the word held before.
+    struct alignas(8) Block {
+        List delegates;
+        EventHook<TArgs>* hooks = nullptr;
+    };
+
+    // The state word holds an address and three flags in the low bits its alignment leaves
+    // free: the lock, "disabled", and whether the address is a Block's (else it is the first
+    // hook's, or 0). Without delegates an event allocates nothing, hooks or not: an index hooks
+    // into two events of every property it files. The lock is held for a few instructions (a
+    // list copy at most), so it spins, yielding the processor after a while.
     static constexpr std::uintptr_t LOCKED = 1;
     static constexpr std::uintptr_t DISABLED = 2;
-    static_assert(alignof(List) > (LOCKED | DISABLED), "the flags need the list's low bits");
+    static constexpr std::uintptr_t BLOCK = 4;
+    static constexpr std::uintptr_t FLAGS = LOCKED | DISABLED | BLOCK;
+    static_assert(alignof(Block) > FLAGS, "the flags need the block's low bits");
+    static_assert(alignof(EventHook<TArgs>) > FLAGS, "the flags need the hook's low bits");
 
-    static List* listOf(std::uintptr_t state) {
-        return reinterpret_cast<List*>(state & ~(LOCKED | DISABLED));
-    }
+    static void* addressOf(std::uintptr_t state) { return reinterpret_cast<void*>(state & ~FLAGS); }
 
     // Holds the event's lock for a scope and works on the state it read when taking it; the
     // state, changed or not, is written back when the lock is released.
@@ -211,14 +233,45 @@ private:
         Guard& operator=(const Guard&) = delete;
         ~Guard() { m_word.store(m_state, std::memory_order_release); }
 
-        List* list() const { return listOf(m_state); }
-        void setList(List* list) {
-            m_state = reinterpret_cast<std::uintptr_t>(list) | (m_state & DISABLED);
+        // The delegate list; null while there is no delegate.
+        List* list() const { return block() != nullptr ? &block()->delegates : nullptr; }
+        // The list, allocated (with the hooks moved into the block) if there was none.
+        List& makeList() {
+            if (block() == nullptr) {
+                Block* made = new Block;
+                made->hooks = hooks();
+                m_state = reinterpret_cast<std::uintptr_t>(made) | BLOCK | (m_state & DISABLED);
+            }
+            return block()->delegates;
+        }
+        // Frees the list once its last delegate is gone, so that the event is one word again.
+        // The list is empty, so no delegate is destroyed under the lock.
+        void dropListIfEmpty() {
+            Block* held = block();
+            if (held == nullptr || !held->delegates.empty()) return;
+            m_state = reinterpret_cast<std::uintptr_t>(held->hooks) | (m_state & DISABLED);
+            delete held;
+        }
+        EventHook<TArgs>* hooks() const {
+            if (Block* held = block()) return held->hooks;
+            return static_cast<EventHook<TArgs>*>(addressOf(m_state));
+        }
+        void setHooks(EventHook<TArgs>* hooks) {
+            if (Block* held = block()) {
+                held->hooks = hooks;
+            } else {
+                m_state = reinterpret_cast<std::uintptr_t>(hooks) | (m_state & DISABLED);
+            }
         }
         bool enabled() const { return (m_state & DISABLED) == 0; }
-        void setEnabled(bool enabled) { m_state = enabled ? m_state & ~DISABLED : m_state | DISABLED; }
+        void setEnabled(bool enabled) {
+            m_state = enabled ? m_state & ~DISABLED : m_state | DISABLED;
+        }
 
     private:
+        Block* block() const {
+            return (m_state & BLOCK) != 0 ? static_cast<Block*>(addressOf(m_state)) : nullptr;
+        }
         static std::uintptr_t acquire(std::atomic<std::uintptr_t>& word) {
             for (unsigned spins = 0;; ++spins) {
                 const std::uintptr_t seen = word.fetch_or(LOCKED, std::memory_order_acquire);
@@ -256,8 +309,8 @@ private:
         std::size_t m_size = 0;
     };
 
-    mutable std::atomic<std::uintptr_t> m_state{0};  // the list is owned
-    EventHook<TArgs>* m_hooks = nullptr;              // guarded by the state's lock
+    // The block it addresses is owned, the hooks are not; all of it is guarded by the lock bit.
+    mutable std::atomic<std::uintptr_t> m_state{0};
 };
 
 }  // namespace Kivo::Util

@@ -74,6 +74,38 @@ TEST(Event, KeepsTheContractOfPocoEventsWithHooksFirst) {
     EXPECT_EQ(raise(event, 5), (std::vector<std::string>{"first"}));
 }
 
+// The event's word holds the hooks until the first delegate comes and again once the last has
+// gone: the hooks, their order and the disabled flag survive every change between the two forms.
+TEST(Event, HooksAndDisabledFlagSurviveTheFirstAndLastDelegate) {
+    typedef std::vector<std::string> Calls;
+    Event<int> event;
+    Subscriber a("a");
+    const auto toA = Poco::delegate(&a, &Subscriber::onEvent);
+    Hook one("h"), two("k"), three("m");
+    event.attach(one);
+    event.disable();
+    event += toA;
+    EXPECT_TRUE(raise(event, 1).empty()) << "disabled before the first delegate came";
+    event.enable();
+    event.attach(two);
+    EXPECT_EQ(raise(event, 2), (Calls{"first", "h2", "k2", "a2"}));
+    event.detach(one);
+    event.disable();
+    event -= toA;
+    EXPECT_TRUE(event.empty());
+    EXPECT_TRUE(raise(event, 3).empty()) << "disabled after the last delegate went";
+    event.enable();
+    event.attach(three);
+    EXPECT_EQ(raise(event, 4), (Calls{"first", "k4", "m4"}));
+    event += toA;
+    event.clear();
+    event.detach(two);
+    EXPECT_EQ(raise(event, 5), (Calls{"first", "m5"}));
+    event += toA;
+    event.detach(three);
+    EXPECT_EQ(raise(event, 6), (Calls{"first", "a6"}));
+}
+
 // A raise works on what it copied, yet a delegate removed meanwhile is not called, and a hook
 // may detach itself while it runs; copied delegates outlive the event.
 TEST(Event, RaisesSurviveChangesMadeWhileTheyRun) {

@@ -46,11 +46,14 @@ public:
         V oldValue;
     };
 
-    virtual ~IPropertyValueChangedEventSource() = default;
-
     /// Raised for every accepted write, on the writing thread under the owner's write lock,
     /// just before Updated.
     Util::Event<ValueChangedEventPayload> ValueChanged;
+
+protected:
+    // Not virtual, which spares every property a second vtable pointer: the event source is
+    // a part of a Property, never deleted through this interface.
+    ~IPropertyValueChangedEventSource() = default;
 };
 
 /// A property holding one value object of class V (by value).

@@ -75,7 +75,10 @@ public:
     virtual Poco::Dynamic::Var toJSON(int depth) const = 0;
 
     /// The key given at construction; never empty.
-    const PropertyKey& getKey() const { return *m_key; }
+    const PropertyKey& getKey() const {
+        const std::uintptr_t word = m_keyAndFlags.load(std::memory_order_relaxed);
+        return *reinterpret_cast<const PropertyKey*>(word & ~FLAGS);
+    }
     /// The owner, or null; not owned.
     Object* getParent() const { return m_parent; }
     /// Makes `parent` the owner and raises Updated (PROPERTY_OWNER_CHANGED) unless it already
@@ -117,13 +120,24 @@ protected:
 private:
     friend class Object;
 
-    const PropertyKey* const m_key;  // pooled: one copy per distinct key in the process
-    Object* m_parent;                // not owned
+    // The key's address and two flags in the low bits its alignment leaves free: whether the
+    // property ever had an owner, and whether Destroyed was raised. The key is pooled, one copy
+    // per distinct key in the process, and never changes; the flags are set by the property's
+    // writer (under its owner's write lock, or while it is destroyed), and the word is atomic so
+    // that readers of the key on other threads never race with that.
+    std::atomic<std::uintptr_t> m_keyAndFlags;
+    Object* m_parent;  // not owned
     // The object whose registry watches the property's Updated and Destroyed events; not owned.
     // It is the parent, except between a move's event and the old owner's reaction to it.
     std::atomic<Object*> m_watcher{nullptr};
-    bool m_hadParent;
-    bool m_destroyedRaised = false;
+
+    static constexpr std::uintptr_t HAD_PARENT = 1;
+    static constexpr std::uintptr_t DESTROYED_RAISED = 2;
+    static constexpr std::uintptr_t FLAGS = HAD_PARENT | DESTROYED_RAISED;
+    static_assert(alignof(PropertyKey) > FLAGS, "the flags need the key's low bits");
+
+    // Sets `flag`, answering whether it was set before.
+    bool testAndSet(std::uintptr_t flag);
 };
 
 /// Holds one side of a property's owner lock for a scope, or nothing when the property has no

@@ -4,7 +4,10 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <mutex>
+#include <set>
 #include <string>
+#include <tuple>
 
 #include <Poco/Nullable.h>
 #include <Poco/NumberFormatter.h>
@@ -24,6 +27,10 @@ namespace Kivo::Data::Base {
 ///
 /// The library instantiates it for long, the type of every integer property; text then is a
 /// signed 64-bit decimal with ',' allowed as thousands separator.
+///
+/// Limits and resolution are kept once per distinct combination in the process, which values
+/// share and never free; a value without any keeps none. Values are many and their limits are
+/// declared per property, so the distinct combinations are few.
 template <typename T>
 class PropertyValueNumberBase : public PropertyValue<T> {
 public:
@@ -31,15 +38,12 @@ public:
     typedef T value_type;
 
     /// Zero, without limits or resolution.
-    PropertyValueNumberBase() : PropertyValue<T>(T()) {}
+    PropertyValueNumberBase() : PropertyValue<T>(T()), m_limits(nullptr) {}
     /// Holds `value` as given, neither rounded nor checked, with the given inclusive limits
     /// and resolution; a null Nullable means none.
     PropertyValueNumberBase(const value_type& value, Poco::Nullable<T> minValue,
                             Poco::Nullable<T> maxValue, Poco::Nullable<T> resolution)
-        : PropertyValue<T>(value),
-          m_minValue(minValue),
-          m_maxValue(maxValue),
-          m_resolution(resolution) {}
+        : PropertyValue<T>(value), m_limits(intern(minValue, maxValue, resolution)) {}
     /// A copy with the same value, limits and resolution.
     PropertyValueNumberBase(const PropertyValueNumberBase&) = default;
     /// Takes `other`'s value, limits and resolution, without any check.
@@ -47,17 +51,26 @@ public:
 
     /// New limits apply to later writes; the stored value is not re-examined.
     void setConstraints(Poco::Nullable<T> minValue, Poco::Nullable<T> maxValue) {
-        m_minValue = minValue;
-        m_maxValue = maxValue;
+        m_limits = intern(minValue, maxValue, getResolution());
     }
     /// Applies to later setValue calls; the stored value is not re-rounded.
-    void setResolution(Poco::Nullable<T> resolution) { m_resolution = resolution; }
-    /// The inclusive lower limit; null when there is none.
-    const Poco::Nullable<T>& getMinValue() const { return m_minValue; }
-    /// The inclusive upper limit; null when there is none.
-    const Poco::Nullable<T>& getMaxValue() const { return m_maxValue; }
-    /// The step setValue rounds to; null when values are stored as given.
-    const Poco::Nullable<T>& getResolution() const { return m_resolution; }
+    void setResolution(Poco::Nullable<T> resolution) {
+        m_limits = intern(getMinValue(), getMaxValue(), resolution);
+    }
+    /// The inclusive lower limit; null when there is none. The reference stays valid for the
+    /// life of the process.
+    const Poco::Nullable<T>& getMinValue() const {
+        return m_limits != nullptr ? m_limits->minValue : none();
+    }
+    /// The inclusive upper limit; null when there is none. Valid for the life of the process.
+    const Poco::Nullable<T>& getMaxValue() const {
+        return m_limits != nullptr ? m_limits->maxValue : none();
+    }
+    /// The step setValue rounds to; null when values are stored as given. Valid for the life
+    /// of the process.
+    const Poco::Nullable<T>& getResolution() const {
+        return m_limits != nullptr ? m_limits->resolution : none();
+    }
 
     /// The number as a variant holding a T.
     Poco::Dynamic::Var getGenericValue() const override { return this->m_value; }
@@ -75,6 +88,26 @@ public:
     }
 
 private:
+    // One combination of limits and resolution, at least one of them set.
+    struct Limits {
+        Poco::Nullable<T> minValue;
+        Poco::Nullable<T> maxValue;
+        Poco::Nullable<T> resolution;
+
+        bool operator<(const Limits& other) const { return key() < other.key(); }
+        auto key() const {
+            return std::make_tuple(minValue.isNull(), minValue.value(T()), maxValue.isNull(),
+                                   maxValue.value(T()), resolution.isNull(), resolution.value(T()));
+        }
+    };
+
+    static const Limits* intern(const Poco::Nullable<T>& minValue,
+                                const Poco::Nullable<T>& maxValue,
+                                const Poco::Nullable<T>& resolution);
+    static const Poco::Nullable<T>& none() {
+        static const Poco::Nullable<T> unset;
+        return unset;
+    }
     static bool parseStringImpl(const std::string& text, double& out);
     static bool parseStringImpl(const std::string& text, std::int64_t& out);
     static bool parseStringImpl(const std::string& text, std::uint64_t& out);
@@ -82,21 +115,34 @@ private:
     static std::int64_t applyResolution(std::int64_t value, std::int64_t resolution);
     static std::uint64_t applyResolution(std::uint64_t value, std::uint64_t resolution);
 
-    Poco::Nullable<T> m_minValue;
-    Poco::Nullable<T> m_maxValue;
-    Poco::Nullable<T> m_resolution;
+    const Limits* m_limits;  // null without limits and resolution; interned, never freed
 };
 
 template <typename T>
+const typename PropertyValueNumberBase<T>::Limits* PropertyValueNumberBase<T>::intern(
+    const Poco::Nullable<T>& minValue, const Poco::Nullable<T>& maxValue,
+    const Poco::Nullable<T>& resolution) {
+    if (minValue.isNull() && maxValue.isNull() && resolution.isNull()) return nullptr;
+    // Never destroyed, so that values destroyed after static destruction began stay valid.
+    static std::mutex* const mutex = new std::mutex;
+    static std::set<Limits>* const table = new std::set<Limits>;
+    std::lock_guard<std::mutex> lock(*mutex);
+    return &*table->insert(Limits{minValue, maxValue, resolution}).first;
+}
+
+template <typename T>
 bool PropertyValueNumberBase<T>::isValidValue(const value_type& value) const {
-    if (!m_minValue.isNull() && value < m_minValue.value()) return false;
-    return m_maxValue.isNull() || value <= m_maxValue.value();
+    if (m_limits == nullptr) return true;
+    if (!m_limits->minValue.isNull() && value < m_limits->minValue.value()) return false;
+    return m_limits->maxValue.isNull() || value <= m_limits->maxValue.value();
 }
 
 template <typename T>
 bool PropertyValueNumberBase<T>::setValue(const value_type& value) {
-    if (m_resolution.isNull()) return PropertyValue<T>::setValue(value);
-    return PropertyValue<T>::setValue(applyResolution(value, m_resolution.value()));
+    if (m_limits == nullptr || m_limits->resolution.isNull()) {
+        return PropertyValue<T>::setValue(value);
+    }
+    return PropertyValue<T>::setValue(applyResolution(value, m_limits->resolution.value()));
 }
 
 template <typename T>

@@ -5,7 +5,6 @@
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/RegularExpression.h>
-#include <Poco/SharedPtr.h>
 
 #include "Data/Base/PropertyValue.h"
 
@@ -55,9 +54,11 @@ extern template class PropertyValue<std::string>;
 /// Constructors store their text without checking it, so a fresh value holds "<undefined>"
 /// even where its own format would refuse that text.
 ///
-/// The compiled check of a fixed format is built once per process and shared by every value
-/// of that format; copies share the check too. The shared expression is only ever matched,
-/// never changed, and matching one compiled expression from several threads at once is safe.
+/// Every check is compiled once per process and shared by every value that has it: a fixed
+/// format's check, and a custom pattern's, which is kept for the rest of the process once any
+/// value installed it (clients use a handful of patterns, and values are many). Copies share
+/// the check too. The shared expression is only ever matched, never changed, and matching one
+/// compiled expression from several threads at once is safe.
 ///
 /// Ordering and equality compare the texts byte-wise; the format plays no part.
 class PropertyValueString : public PropertyValue<std::string> {
@@ -100,15 +101,18 @@ public:
     PropertyValueString& operator=(const PropertyValueString&) = default;
 
     /// The format given at construction.
-    FormatType getFormatType() const { return m_formatType; }
+    FormatType getFormatType() const {
+        return m_format != nullptr ? m_format->type : STRING_FORMAT_TEXT;
+    }
     /// Installs the shared compiled check of the current format, replacing any other check. For
     /// STRING_FORMAT_TEXT and numbers outside the enum the check stays as it is. The first call
     /// in the process compiles every format's pattern once; later calls only share them.
     void initFormatCheck();
     /// For a STRING_FORMAT_CUSTOM value only (false otherwise, nothing changed): an empty
-    /// pattern drops the check; any other is compiled and installed unless the current text
-    /// fails it, in which case the earlier check stays and the result is false. A malformed
-    /// pattern throws Poco::RegularExpressionException and the earlier check stays.
+    /// pattern drops the check; any other is compiled (once per process) and installed unless
+    /// the current text fails it, in which case the earlier check stays and the result is
+    /// false. A malformed pattern throws Poco::RegularExpressionException and the earlier check
+    /// stays.
     bool setCustomFormat(const std::string& pattern);
 
     Poco::Dynamic::Var getGenericValue() const override { return m_value; }
@@ -126,15 +130,25 @@ public:
     operator const char*() const { return m_value.c_str(); }
 
 protected:
-    /// Installs `pattern`, compiled for this value alone, whatever the current text; an empty
+    /// Installs `pattern`, compiled once per process, whatever the current text; an empty
     /// pattern drops the check. A malformed pattern throws Poco::RegularExpressionException
     /// and leaves the check as it was.
     void replaceFormatCheck(const std::string& pattern);
 
 private:
-    FormatType m_formatType;
-    // Empty when unconstrained. The pointee is shared and never modified.
-    Poco::SharedPtr<Poco::RegularExpression> m_formatCheck;
+    // A format with its check (null when unconstrained), one per distinct pair in the process.
+    struct Format {
+        FormatType type;
+        const Poco::RegularExpression* check;
+    };
+
+    static const Format* internFormat(FormatType type, const Poco::RegularExpression* check);
+    const Poco::RegularExpression* check() const {
+        return m_format != nullptr ? m_format->check : nullptr;
+    }
+
+    // Null for STRING_FORMAT_TEXT without check. Shared, never modified, never freed.
+    const Format* m_format;
 };
 
 /// A string of the fixed format F.

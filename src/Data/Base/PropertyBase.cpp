@@ -22,13 +22,22 @@ const PropertyKey& checkedKey(const PropertyKey& key) {
 }  // namespace
 
 PropertyBase::PropertyBase(const PropertyKey& key, Object* parent)
-    : m_key(&checkedKey(key)), m_parent(parent), m_hadParent(parent != nullptr) {}
+    : m_keyAndFlags(reinterpret_cast<std::uintptr_t>(&checkedKey(key)) |
+                    (parent != nullptr ? HAD_PARENT : 0)),
+      m_parent(parent) {}
 
 PropertyBase::~PropertyBase() { notifyDestroyed(); }
 
+bool PropertyBase::testAndSet(std::uintptr_t flag) {
+    // One writer at a time changes the flags, so a plain load and store suffice.
+    const std::uintptr_t word = m_keyAndFlags.load(std::memory_order_relaxed);
+    if ((word & flag) != 0) return true;
+    m_keyAndFlags.store(word | flag, std::memory_order_relaxed);
+    return false;
+}
+
 void PropertyBase::notifyDestroyed() {
-    if (m_destroyedRaised) return;
-    m_destroyedRaised = true;
+    if (testAndSet(DESTROYED_RAISED)) return;
     PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_DESTROYED);
     try {
         Destroyed.notify(this, payload, [this, &payload] {
@@ -45,8 +54,7 @@ void PropertyBase::setParent(Object* parent) {
     if (parent != nullptr) {
         // Counted before the new owner is visible, so an index that sees the owner also sees
         // the count change.
-        if (m_hadParent) g_ownerMoves.fetch_add(1, std::memory_order_relaxed);
-        m_hadParent = true;
+        if (testAndSet(HAD_PARENT)) g_ownerMoves.fetch_add(1, std::memory_order_relaxed);
     }
     m_parent = parent;
     PropertyEventPayload payload(this, PropertyEventPayload::PROPERTY_OWNER_CHANGED);
@@ -60,7 +68,7 @@ void PropertyBase::notifyUpdated(PropertyEventPayload& payload) {
 }
 
 bool PropertyBase::isModifiable() const {
-    return m_parent == nullptr || m_parent->checkWriteAccess(*m_key);
+    return m_parent == nullptr || m_parent->checkWriteAccess(getKey());
 }
 
 void PropertyBase::readLock() const {
@@ -83,12 +91,10 @@ Kivo::RecursiveRWLockPtr PropertyBase::getLock() const {
     return m_parent != nullptr ? m_parent->getLock() : Kivo::RecursiveRWLockPtr();
 }
 
-std::uint64_t PropertyBase::getOwnerMoves() {
-    return g_ownerMoves.load(std::memory_order_relaxed);
-}
+std::uint64_t PropertyBase::getOwnerMoves() { return g_ownerMoves.load(std::memory_order_relaxed); }
 
 void PropertyBase::registerAtOwner() {
-    if (m_parent != nullptr) m_parent->registerProperty(*m_key, this);
+    if (m_parent != nullptr) m_parent->registerProperty(getKey(), this);
 }
 
 PropertyLockGuard::PropertyLockGuard(const PropertyBase& property, bool write)

@@ -1,7 +1,10 @@
 #include "Data/Base/PropertyString.h"
 
 #include <cstddef>
-#include <vector>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 namespace Kivo::Data::Base {
 
@@ -28,11 +31,11 @@ template class PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_CU
 
 namespace {
 
-typedef Poco::SharedPtr<Poco::RegularExpression> CheckPtr;
+typedef Poco::RegularExpression Check;
 
-// Case-sensitive, studied.
-CheckPtr compile(const std::string& pattern) {
-    return CheckPtr(new Poco::RegularExpression(pattern, 0, true));
+// Case-sensitive, studied. A malformed pattern throws Poco::RegularExpressionException.
+std::unique_ptr<Check> compile(const std::string& pattern) {
+    return std::make_unique<Check>(pattern, 0, true);
 }
 
 // The pattern of a format that has a check, else null.
@@ -61,54 +64,93 @@ const std::string* formatPattern(PropertyValueString::FormatType format) {
     }
 }
 
-// The one compiled check of `format` in this process, or null where the format has none.
+constexpr std::size_t FIXED_FORMATS = PropertyValueString::STRING_RECTANGLE_2D + 1;
+
+// The one compiled check of each fixed format in this process, null where the format has none.
 //
 // Every value of a format shares this expression, and several threads may match it at once:
 // in Poco 1.11 RegularExpression::match(subject, offset) keeps its Match and the ovector it
 // hands to pcre_exec on its own stack and only reads the compiled pattern and its study data
 // (studied without JIT), and pcre_exec is re-entrant on a shared compiled pattern.
 //
-// The table is built on first use, after this file's pattern constants: no value of this
-// library is constructed by a static initialiser.
-CheckPtr sharedFormatCheck(PropertyValueString::FormatType format) {
-    static const std::vector<CheckPtr> checks = [] {
-        std::vector<CheckPtr> compiled;
-        for (int f = 0; f <= PropertyValueString::STRING_RECTANGLE_2D; ++f) {
+// Built on first use, after this file's pattern constants: no value of this library is
+// constructed by a static initialiser. Never destroyed, as values may outlive static
+// destruction.
+struct FixedChecks {
+    FixedChecks() {
+        for (std::size_t f = 0; f < FIXED_FORMATS; ++f) {
             const std::string* pattern = formatPattern(PropertyValueString::FormatType(f));
-            compiled.push_back(pattern != nullptr ? compile(*pattern) : CheckPtr());
+            if (pattern != nullptr) checks[f] = compile(*pattern);
         }
-        return compiled;
-    }();
+    }
+    std::unique_ptr<Check> checks[FIXED_FORMATS];
+};
+
+const Check* sharedFormatCheck(PropertyValueString::FormatType format) {
+    static const FixedChecks* const fixed = new FixedChecks;
     const auto index = static_cast<std::size_t>(format);
-    return index < checks.size() ? checks[index] : CheckPtr();
+    return index < FIXED_FORMATS ? fixed->checks[index].get() : nullptr;
+}
+
+// The check of a custom pattern, compiled the first time any value installs it and kept for
+// the rest of the process.
+const Check* sharedPatternCheck(const std::string& pattern) {
+    static std::mutex* const mutex = new std::mutex;
+    static std::map<std::string, std::unique_ptr<Check>>* const checks =
+        new std::map<std::string, std::unique_ptr<Check>>;
+    std::lock_guard<std::mutex> lock(*mutex);
+    auto found = checks->find(pattern);
+    if (found == checks->end()) found = checks->emplace(pattern, compile(pattern)).first;
+    return found->second.get();
 }
 
 }  // namespace
+
+const PropertyValueString::Format* PropertyValueString::internFormat(FormatType type,
+                                                                     const Check* check) {
+    // The fixed formats with their own checks, which nearly every value has, without a lock.
+    static const Format* const fixed = [] {
+        Format* made = new Format[FIXED_FORMATS];
+        for (std::size_t f = 0; f < FIXED_FORMATS; ++f) {
+            made[f] = Format{FormatType(f), sharedFormatCheck(FormatType(f))};
+        }
+        return made;
+    }();
+    const auto index = static_cast<std::size_t>(type);
+    if (index < FIXED_FORMATS && check == fixed[index].check) {
+        return type == STRING_FORMAT_TEXT ? nullptr : &fixed[index];
+    }
+    static std::mutex* const mutex = new std::mutex;
+    static std::map<std::pair<int, const Check*>, Format>* const others =
+        new std::map<std::pair<int, const Check*>, Format>;
+    std::lock_guard<std::mutex> lock(*mutex);
+    return &others->emplace(std::make_pair(int(type), check), Format{type, check}).first->second;
+}
 
 PropertyValueString::PropertyValueString(FormatType format)
     : PropertyValueString(UNDEFINED_VALUE, format) {}
 
 PropertyValueString::PropertyValueString(const std::string& value, FormatType format)
-    : PropertyValue<std::string>(value), m_formatType(format) {
-    initFormatCheck();
-}
+    : PropertyValue<std::string>(value),
+      m_format(internFormat(format, sharedFormatCheck(format))) {}
 
 void PropertyValueString::initFormatCheck() {
-    CheckPtr check = sharedFormatCheck(m_formatType);
-    if (!check.isNull()) m_formatCheck = check;
+    const FormatType type = getFormatType();
+    if (const Check* shared = sharedFormatCheck(type)) m_format = internFormat(type, shared);
 }
 
 bool PropertyValueString::setCustomFormat(const std::string& pattern) {
-    if (m_formatType != STRING_FORMAT_CUSTOM) return false;
-    const CheckPtr kept = m_formatCheck;
+    if (getFormatType() != STRING_FORMAT_CUSTOM) return false;
+    const Format* const kept = m_format;
     replaceFormatCheck(pattern);
     if (isValidValue(m_value)) return true;
-    m_formatCheck = kept;
+    m_format = kept;
     return false;
 }
 
 bool PropertyValueString::isValidValue(const std::string& value) const {
-    return m_formatCheck.isNull() || m_formatCheck->match(value, 0);
+    const Check* const formatCheck = check();
+    return formatCheck == nullptr || formatCheck->match(value, 0);
 }
 
 bool PropertyValueString::parseString(const std::string& text, std::string& out) const {
@@ -117,7 +159,8 @@ bool PropertyValueString::parseString(const std::string& text, std::string& out)
 }
 
 void PropertyValueString::replaceFormatCheck(const std::string& pattern) {
-    m_formatCheck = pattern.empty() ? CheckPtr() : compile(pattern);
+    m_format =
+        internFormat(getFormatType(), pattern.empty() ? nullptr : sharedPatternCheck(pattern));
 }
 
 PropertyValueCustomString::PropertyValueCustomString(const std::string& value,

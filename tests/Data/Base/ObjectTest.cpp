@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 #include <gtest/gtest.h>
 
@@ -221,6 +222,54 @@ TEST(ObjectConcurrency, ReadersNeverSeeAHalfDoneWrite) {
     EXPECT_EQ(WRITERS * WRITES_PER_WRITER, a.getValue());
     EXPECT_EQ(WRITERS * WRITES_PER_WRITER, b.getValue());
     EXPECT_EQ(2 * WRITERS * WRITES_PER_WRITER, static_cast<long>(object.events.size()));
+}
+
+// Subscriptions come and go on other threads while the owner writes: every raise reaches the
+// owner and the hook attached throughout, whichever form the event's word has meanwhile.
+TEST(ObjectConcurrency, SubscriptionsComeAndGoWhileAPropertyRaises) {
+    constexpr int SUBSCRIBERS = 2;
+    constexpr long WRITES = 2000;
+
+    TestObject object;
+    PropertyInteger a("a", &object, PropertyValueNumberBase<long>());
+    object.registerProperty("a", &a);
+    struct CountingHook : Util::EventHook<Payload> {
+        void onEvent(const void*, Payload&) override { ++calls; }
+        long calls = 0;  // only the writing thread raises
+    } hook;
+    a.Updated.attach(hook);
+    struct Listener {
+        void onUpdated(const void*, Payload&) { ++*calls; }
+        std::atomic<long>* calls;
+    };
+
+    std::atomic<bool> writing{true};
+    std::atomic<long> delegateCalls{0};
+    std::vector<std::thread> subscribers;
+    for (int s = 0; s < SUBSCRIBERS; ++s) {
+        subscribers.emplace_back([&] {
+            Listener listener{&delegateCalls};
+            while (writing) {
+                a.Updated += Poco::delegate(&listener, &Listener::onUpdated);
+                a.Updated -= Poco::delegate(&listener, &Listener::onUpdated);
+            }
+        });
+    }
+    for (long i = 0; i < WRITES; ++i) {
+        Util::ScopedRecursiveWriteLock lock(*object.getLock());
+        EXPECT_TRUE(a.setValue(i + 1));
+    }
+    writing = false;
+    for (std::thread& subscriber : subscribers) subscriber.join();
+    {
+        Util::ScopedRecursiveWriteLock lock(*object.getLock());
+        a.Updated.detach(hook);
+    }
+
+    EXPECT_EQ(WRITES, hook.calls);
+    EXPECT_EQ(WRITES, static_cast<long>(object.events.size()));
+    EXPECT_LE(delegateCalls.load(), SUBSCRIBERS * WRITES) << "a delegate was called twice";
+    EXPECT_TRUE(a.Updated.empty());
 }
 
 // Threads that make and drop the only objects of a type meet the table while a type's last

@@ -175,6 +175,34 @@ TEST(PropertyValueNumber, RoundsHalfAwayFromZeroWithinRange) {
     EXPECT_EQ(ULONG_MAX - 5, natural.getValue());
 }
 
+// Each value keeps its own limits and resolution, through copies, assignment and changes of
+// either, though values with equal ones share them.
+TEST(PropertyValueNumber, KeepsItsOwnLimitsThroughCopiesAndChanges) {
+    Number small(0, 0, 10, {}), stepped(0, 0, 1000, 5), assigned;
+    const Number copy(small);
+    small.setConstraints({}, 5);
+    EXPECT_TRUE(small.setValue(-100));
+    EXPECT_FALSE(small.setValue(6));
+    EXPECT_TRUE(copy.isValidValue(10)) << "a copy keeps the limits it was made with";
+    EXPECT_FALSE(copy.isValidValue(-1));
+    EXPECT_TRUE(stepped.setValue(998));
+    EXPECT_EQ(1000, stepped.getValue());
+
+    stepped.setConstraints(-5, 5);
+    EXPECT_EQ(5, stepped.getResolution().value()) << "new limits keep the resolution";
+    stepped.setResolution({});
+    EXPECT_EQ(-5, stepped.getMinValue().value()) << "a new resolution keeps the limits";
+    EXPECT_TRUE(stepped.setValue(3));
+    EXPECT_EQ(3, stepped.getValue());
+    assigned = stepped;
+    stepped.setConstraints({}, {});
+    EXPECT_TRUE(stepped.getMinValue().isNull() && stepped.getMaxValue().isNull() &&
+                stepped.getResolution().isNull());
+    EXPECT_TRUE(stepped.setValue(LONG_MIN));
+    EXPECT_FALSE(assigned.setValue(6)) << "an assigned value keeps the limits it took";
+    EXPECT_EQ(5, assigned.getMaxValue().value());
+}
+
 struct ComparisonRow {
     const char* name;
     const PropertyValueBase& lhs;
@@ -435,8 +463,8 @@ TEST(PropertyValueEnum, SetEnumValuesReplacesAValueThatLostItsWord) {
     EXPECT_EQ("<undefined>", strict.getValue());
 }
 
-// Values of one format share one compiled expression; run per test process, this also races
-// its first compilation.
+// Values of one format share one compiled expression, and values with equal patterns or
+// limits share those; run per test process, this also races their first making.
 TEST(PropertyValueString, ValidatesFromManyThreadsAtOnce) {
     std::vector<int> mismatches(4, 0);
     std::vector<std::thread> threads;
@@ -445,6 +473,12 @@ TEST(PropertyValueString, ValidatesFromManyThreadsAtOnce) {
             for (int round = 0; round < 500; ++round) {
                 const PropertyValueFormatedString<S::STRING_FORMAT_VERSION> value;
                 count += !value.isValidValue("1.2.3") + value.isValidValue("1.2.3.4");
+                const int k = round % 9;
+                const PropertyValueCustomString custom("0", "[0-" + std::to_string(k) + "]");
+                count += !custom.isValidValue(std::to_string(k)) +
+                         custom.isValidValue(std::to_string(k + 1));
+                const Number limited(0, -k, k, {});
+                count += !limited.isValidValue(-k) + limited.isValidValue(k + 1);
             }
         });
     }
