@@ -35,6 +35,17 @@ struct Owned {
     PropertyString property;
 };
 
+// An object with an integer property "n" holding `value` within [min, max].
+struct Numbered {
+    Numbered(const std::string& name, long value, Poco::Nullable<long> min = {},
+             Poco::Nullable<long> max = {})
+        : object(name), property("n", &object, PropertyValueNumberBase<long>(value, min, max, {})) {
+        object.registerProperty("n", &property);
+    }
+    TestObject object;
+    PropertyInteger property;
+};
+
 std::vector<std::string> names(const std::vector<Object*>& objects) {
     std::vector<std::string> result;
     for (const Object* object : objects) result.push_back(object->getType().name);
@@ -88,10 +99,8 @@ TEST(PropertyIndex, TextAndPatternLookups) {
     EXPECT_TRUE(empty.find(std::string("x")).empty());
 
     PropertyIndex<PropertyInteger> numbers("n");
-    TestObject one("one");
-    PropertyInteger n("n", &one, PropertyValueNumberBase<long>(1000, {}, {}, {}));
-    one.registerProperty("n", &n);
-    ASSERT_TRUE(numbers.insert(&n));
+    Numbered one("one", 1000);
+    ASSERT_TRUE(numbers.insert(&one.property));
     EXPECT_EQ((std::vector<std::string>{"one"}), names(numbers.find(std::string("1,000"))));
     EXPECT_TRUE(numbers.find(std::string("abc")).empty()) << "unparsable text finds nothing";
     EXPECT_EQ((std::vector<std::string>{"one"}),
@@ -109,18 +118,8 @@ TEST(PropertyIndex, TextAndPatternLookups) {
 // Integers and UUIDs are keyed by their plain value; a text is still read with the smallest
 // filed value's limits, and with more distinct limits than the index shares prototypes for.
 TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
-    struct Numbered {
-        Numbered(const std::string& name, long value, Poco::Nullable<long> min,
-                 Poco::Nullable<long> max)
-            : object(name),
-              property("n", &object, PropertyValueNumberBase<long>(value, min, max, {})) {
-            object.registerProperty("n", &property);
-        }
-        TestObject object;
-        PropertyInteger property;
-    };
     PropertyIndex<PropertyInteger> numbers("n");
-    Numbered low("low", 5, 0, 10), high("high", 50, 0, 100), free("free", 500, {}, {});
+    Numbered low("low", 5, 0, 10), high("high", 50, 0, 100), free("free", 500);
     for (Numbered* filed : {&free, &high, &low}) ASSERT_TRUE(numbers.insert(&filed->property));
     const struct {
         Numbered* leaving;
