@@ -253,26 +253,40 @@ TEST(PropertyIndex, AnOwnerWithTwoEntriesIsWalked) {
 }
 
 // An object filed under a value its property no longer has: removing it takes the entry after
-// the range of its current value, and the key of the object itself.
+// the range of its current value, and the key of the object itself. A property the index still
+// holds is refused wherever its owner went: moved onto an object that is not filed, or left
+// behind with a stale entry after its object was unfiled.
 TEST(PropertyIndex, RemovingAStaleObjectTakesTheEntryAfterItsRange) {
     Owned a("a", "1"), b("b", "2"), c("c", "3");
+    TestObject elsewhere("elsewhere");
     StringIndex index("key");
     for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
+    b.property.setParent(&elsewhere);
+    EXPECT_FALSE(index.insert(&b.property)) << "moved onto an object that is not filed";
+    EXPECT_EQ(nullptr, index.find(&elsewhere));
+    b.property.setParent(&b.object);
+
     a.property.ValueChanged.disable();
     ASSERT_TRUE(a.property.setValue("3"));
     EXPECT_FALSE(index.remove(&a.object)) << "no entry after the range at the end";
     ASSERT_TRUE(a.property.setValue("2"));
     a.property.ValueChanged.enable();
 
-    EXPECT_TRUE(index.remove(&a.object));
+    EXPECT_TRUE(index.remove(&a.object)) << "takes c's entry, unfiles a";
     EXPECT_EQ(nullptr, index.find(&a.object));
     EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(index.get()))
         << "a's stale entry stays, c's went";
     EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("1"))));
     EXPECT_EQ(&c.property, index.find(&c.object)) << "c is still filed, without an entry";
     EXPECT_FALSE(index.insert(&c.property));
-    ASSERT_TRUE(c.property.setValue("4"));
-    EXPECT_TRUE(index.find(std::string("4")).empty()) << "c's events were unregistered";
+    EXPECT_FALSE(index.insert(&a.property)) << "a's stale entry still holds its property";
+    ASSERT_TRUE(a.property.setValue("1")) << "back to the value of its entry";
+    ASSERT_TRUE(a.property.setValue("5"));
+    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("5"))))
+        << "a is still observed and moves";
+    ASSERT_TRUE(c.property.setValue("0"));
+    EXPECT_TRUE(index.find(std::string("0")).empty()) << "c's events were unregistered";
+    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(index.get()));
 }
 
 // A destroyed property leaves nothing behind, whatever state it was in: filed normally,
@@ -309,33 +323,6 @@ TEST(PropertyIndex, NothingDestroyedStaysFiled) {
     }
     EXPECT_TRUE(index.get().empty());
     EXPECT_EQ(&keep.property, index.find(&keep.object));
-}
-
-// A property the index still holds is refused wherever its owner went: moved onto an object
-// that is not filed, or left behind with a stale entry after its object was unfiled.
-TEST(PropertyIndex, AHeldPropertyIsRefusedUnderAnyOwner) {
-    Owned a("a", "1"), b("b", "2"), c("c", "3");
-    TestObject elsewhere("elsewhere");
-    StringIndex index("key");
-    for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
-    b.property.setParent(&elsewhere);
-    EXPECT_FALSE(index.insert(&b.property)) << "moved onto an object that is not filed";
-    EXPECT_EQ(nullptr, index.find(&elsewhere));
-    b.property.setParent(&b.object);
-
-    a.property.ValueChanged.disable();
-    ASSERT_TRUE(a.property.setValue("2"));
-    a.property.ValueChanged.enable();
-    ASSERT_TRUE(index.remove(&a.object)) << "takes c's entry, unfiles a";
-    EXPECT_EQ(nullptr, index.find(&a.object));
-    EXPECT_FALSE(index.insert(&a.property)) << "a's stale entry still holds its property";
-    ASSERT_TRUE(a.property.setValue("1")) << "back to the value of its entry";
-    ASSERT_TRUE(a.property.setValue("5"));
-    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("5"))))
-        << "a is still observed and moves";
-    ASSERT_TRUE(c.property.setValue("0")) << "c's events are not";
-    EXPECT_TRUE(index.find(std::string("0")).empty());
-    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(index.get()));
 }
 
 // find(text) reads the text with the check of the smallest filed value, whichever format it
