@@ -613,37 +613,29 @@ TEST(XObject, OrdersByNameThenIdAndEqualsById) {
     EXPECT_TRUE(a1 != a2);
 }
 
-// Two services of the same name, so that their resources share URIs.
-struct TwoPhones {
+// The first resource filed per URI counts; lookups go by the type's path and the id.
+TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndResolvesByTypePathAndId) {
+    // Two services of the same name, so that their resources share URIs.
     Service first{"Phone", "first", 80, PropertyValueUuid()};
     Service second{"Phone", "second", 81, PropertyValueUuid()};
-    Store contacts{first, "contacts"};
-    Store sameUri{second, "contacts"};
-    Store albums{first, "albums"};
-};
-
-TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndRemovesByUri) {
-    TwoPhones phones;
-    LocalReferenceResolver resolver({&phones.contacts, &phones.sameUri, nullptr});
-    EXPECT_EQ(LocalReferenceResolver::SourceList{&phones.contacts}, resolver.getSources());
-    // Additive: what is filed stays, and the list comes back in URI order.
-    resolver.setSources({nullptr, &phones.sameUri, &phones.albums});
-    EXPECT_EQ((LocalReferenceResolver::SourceList{&phones.albums, &phones.contacts}),
-              resolver.getSources());
-    // Removing the second "/Phone/contacts" removes the first.
-    resolver.removeSource(nullptr);
-    resolver.removeSource(&phones.sameUri);
-    EXPECT_EQ(LocalReferenceResolver::SourceList{&phones.albums}, resolver.getSources());
-}
-
-TEST(LocalReferenceResolver, ResolvesByTypePathAndId) {
-    TwoPhones phones;
+    Store contacts{first, "contacts"}, sameUri{second, "contacts"}, albums{first, "albums"};
+    {
+        LocalReferenceResolver resolver({&contacts, &sameUri, nullptr});
+        EXPECT_EQ(LocalReferenceResolver::SourceList{&contacts}, resolver.getSources());
+        // Additive: what is filed stays, and the list comes back in URI order.
+        resolver.setSources({nullptr, &sameUri, &albums});
+        EXPECT_EQ((LocalReferenceResolver::SourceList{&albums, &contacts}), resolver.getSources());
+        // Removing the second "/Phone/contacts" removes the first.
+        resolver.removeSource(nullptr);
+        resolver.removeSource(&sameUri);
+        EXPECT_EQ(LocalReferenceResolver::SourceList{&albums}, resolver.getSources());
+    }
     Poco::JSON::Object json;
     json.set("id", ALICE);
-    ASSERT_TRUE(phones.contacts.addElement(&json).isSuccess());
+    ASSERT_TRUE(contacts.addElement(&json).isSuccess());
     AbstractResource::Ptr alice;
-    ASSERT_TRUE(phones.contacts.getElement(Poco::UUID(ALICE), alice).isSuccess());
-    LocalReferenceResolver resolver({&phones.contacts, &phones.albums});
+    ASSERT_TRUE(contacts.getElement(Poco::UUID(ALICE), alice).isSuccess());
+    LocalReferenceResolver resolver({&contacts, &albums});
 
     const XObject::Type contact("contactObject", XObject::Type("contacts", XObject::Type("Phone")));
     struct Row {
