@@ -122,30 +122,28 @@ protected:
 
 TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
     const std::string alice = ALICE;
-    const std::pair<std::string, std::string> rows[] = {
-        {contactUri(ALICE), "contactObject Phone.contacts.contactObject /Phone/contacts/"},
-        {"/Media/media/" + alice, "mediaObject Media.media.mediaObject /Media/media/"},
-        {"/Shop/classess/" + alice, "classesObject Shop.classess.classesObject /Shop/classess/"},
-        {"http://host:8080" + contactUri(ALICE),
-         "contactObject Phone.contacts.contactObject /Phone/contacts/"},
+    const std::string contact = "contactObject Phone.contacts.contactObject /Phone/contacts/";
+    const struct {
+        std::string uri, type, written;  // written empty: the URI as given
+    } rows[] = {
+        {contactUri(ALICE), contact, ""},
+        {"/Media/media/" + alice, "mediaObject Media.media.mediaObject /Media/media/", ""},
+        {"/Shop/classess/" + alice, "classesObject Shop.classess.classesObject /Shop/classess/",
+         ""},
+        {"http://host:8080" + contactUri(ALICE), contact, ""},
+        // The id is the UUID's text, the URI the URI library's.
+        {"/Phone/co%6Etacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8", contact,
+         "/Phone/contacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8"},
     };
-    for (const auto& [uri, type] : rows) {
-        EXPECT_EQ(type + R"( {"id":")" + alice + R"(","name":"unidentified element","uri":")" +
-                      uri + "\"}",
-                  identity(*DummyObject::createFromUri(uri)));
-    }
-    // The id is the UUID's text, the URI the URI library's; the owner writes id, name and uri
-    // in that order.
-    const std::string upper = "/Phone/co%6Etacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8";
-    {
+    for (const auto& row : rows) {
         ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
-        const std::unique_ptr<DummyObject> placeholder = DummyObject::createFromUri(upper);
+        const std::unique_ptr<DummyObject> placeholder = DummyObject::createFromUri(row.uri);
         EXPECT_EQ((Texts{"Trace: Property id has changed", "Trace: Property name has changed",
                          "Trace: Property uri has changed"}),
-                  capture.texts());
-        EXPECT_EQ(std::string("contactObject Phone.contacts.contactObject /Phone/contacts/ ") +
-                      R"({"id":")" + alice + R"(","name":"unidentified element","uri":")" +
-                      "/Phone/contacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8\"}",
+                  capture.texts())
+            << "the owner writes id, name and uri in that order: " << row.uri;
+        EXPECT_EQ(row.type + R"( {"id":")" + alice + R"(","name":"unidentified element","uri":")" +
+                      (row.written.empty() ? row.uri : row.written) + "\"}",
                   identity(*placeholder));
     }
     // The null UUID is no id.
@@ -307,9 +305,7 @@ TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
     remove(ALICE);
     remove(BOB);
     for (const auto& own : copies) {
-        for (const XObjectReference& copy : own) {
-            EXPECT_FALSE(copy.isResolvedReference());
-        }
+        for (const XObjectReference& copy : own) EXPECT_FALSE(copy.isResolvedReference());
     }
     EXPECT_EQ("Alice", toAlice.getValue()->getName().getValue());
     EXPECT_FALSE(toBob.isResolvedReference());
@@ -463,35 +459,27 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
 }
 
 // A write of a reference raises DataChanged when the target differs from the one before, the
-// null reference included, and not when it is the same.
-TEST_F(XObjectReferenceTest, ReferenceWritesRaiseForOtherTargetsOnly) {
-    add(contacts, "Alice", ALICE);
-    add(contacts, "Bob", BOB);
-    Note* note = add(notes, "note", "00000000-0000-0000-0000-000000000001");
-    note->about.setReferenceResolver(&resolver);
-    Kivo::Test::DataChangedRecorder recorder;
-    recorder.subscribe(*note);
-    for (const char* id : {ALICE, ALICE, BOB}) {
-        ASSERT_TRUE(note->setProperty("about", contactUri(id)).isSuccess()) << id;
-    }
-    ASSERT_TRUE(note->setProperty("name", "marker").isSuccess());
-    EXPECT_TRUE(recorder.waitFor(3));
-    recorder.unsubscribe(*note);
-    std::vector<KeyCollection> keys;
-    for (const auto& payload : recorder.payloads()) keys.push_back(payload.getSourcePropertyKeys());
-    EXPECT_EQ((std::vector<KeyCollection>{{"about"}, {"about"}, {"name"}}), keys);
-}
-
-// The index files owners by target name, null last; with the target gone the filed values stand
-// in as placeholders of it, in the same order.
-TEST_F(XObjectReferenceTest, IndexFilesOwnersByTarget) {
+// null reference included, and not when it is the same. The index files owners by target name,
+// null last; with the target gone the filed values stand in as placeholders of it, in the same
+// order.
+TEST_F(XObjectReferenceTest, WritesRaiseForOtherTargetsAndTheIndexFilesByTarget) {
     const std::string alice = text(add(contacts, "Alice", ALICE)->toJSON(-1));
     add(contacts, "Bob", BOB);
     Note* first = add(notes, "note", "00000000-0000-0000-0000-000000000001");
     Note* second = add(notes, "note", "00000000-0000-0000-0000-000000000002");
     Note* empty = add(notes, "note", "00000000-0000-0000-0000-000000000003");
     for (Note* note : {first, second, empty}) note->about.setReferenceResolver(&resolver);
-    ASSERT_TRUE(first->about.setValueFromString(contactUri(BOB)));
+    Kivo::Test::DataChangedRecorder recorder;
+    recorder.subscribe(*first);
+    for (const char* id : {ALICE, ALICE, BOB}) {
+        ASSERT_TRUE(first->setProperty("about", contactUri(id)).isSuccess()) << id;
+    }
+    ASSERT_TRUE(first->setProperty("name", "marker").isSuccess());
+    EXPECT_TRUE(recorder.waitFor(3));
+    recorder.unsubscribe(*first);
+    std::vector<KeyCollection> keys;
+    for (const auto& payload : recorder.payloads()) keys.push_back(payload.getSourcePropertyKeys());
+    EXPECT_EQ((std::vector<KeyCollection>{{"about"}, {"about"}, {"name"}}), keys);
     ASSERT_TRUE(second->about.setValueFromString(contactUri(ALICE)));
 
     Base::PropertyIndexBasePtr index = first->about.createIndex();
@@ -625,37 +613,29 @@ TEST(XObject, OrdersByNameThenIdAndEqualsById) {
     EXPECT_TRUE(a1 != a2);
 }
 
-// Two services of the same name, so that their resources share URIs.
-struct TwoPhones {
+// The first resource filed per URI counts; lookups go by the type's path and the id.
+TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndResolvesByTypePathAndId) {
+    // Two services of the same name, so that their resources share URIs.
     Service first{"Phone", "first", 80, PropertyValueUuid()};
     Service second{"Phone", "second", 81, PropertyValueUuid()};
-    Store contacts{first, "contacts"};
-    Store sameUri{second, "contacts"};
-    Store albums{first, "albums"};
-};
-
-TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndRemovesByUri) {
-    TwoPhones phones;
-    LocalReferenceResolver resolver({&phones.contacts, &phones.sameUri, nullptr});
-    EXPECT_EQ(LocalReferenceResolver::SourceList{&phones.contacts}, resolver.getSources());
-    // Additive: what is filed stays, and the list comes back in URI order.
-    resolver.setSources({nullptr, &phones.sameUri, &phones.albums});
-    EXPECT_EQ((LocalReferenceResolver::SourceList{&phones.albums, &phones.contacts}),
-              resolver.getSources());
-    // Removing the second "/Phone/contacts" removes the first.
-    resolver.removeSource(nullptr);
-    resolver.removeSource(&phones.sameUri);
-    EXPECT_EQ(LocalReferenceResolver::SourceList{&phones.albums}, resolver.getSources());
-}
-
-TEST(LocalReferenceResolver, ResolvesByTypePathAndId) {
-    TwoPhones phones;
+    Store contacts{first, "contacts"}, sameUri{second, "contacts"}, albums{first, "albums"};
+    {
+        LocalReferenceResolver resolver({&contacts, &sameUri, nullptr});
+        EXPECT_EQ(LocalReferenceResolver::SourceList{&contacts}, resolver.getSources());
+        // Additive: what is filed stays, and the list comes back in URI order.
+        resolver.setSources({nullptr, &sameUri, &albums});
+        EXPECT_EQ((LocalReferenceResolver::SourceList{&albums, &contacts}), resolver.getSources());
+        // Removing the second "/Phone/contacts" removes the first.
+        resolver.removeSource(nullptr);
+        resolver.removeSource(&sameUri);
+        EXPECT_EQ(LocalReferenceResolver::SourceList{&albums}, resolver.getSources());
+    }
     Poco::JSON::Object json;
     json.set("id", ALICE);
-    ASSERT_TRUE(phones.contacts.addElement(&json).isSuccess());
+    ASSERT_TRUE(contacts.addElement(&json).isSuccess());
     AbstractResource::Ptr alice;
-    ASSERT_TRUE(phones.contacts.getElement(Poco::UUID(ALICE), alice).isSuccess());
-    LocalReferenceResolver resolver({&phones.contacts, &phones.albums});
+    ASSERT_TRUE(contacts.getElement(Poco::UUID(ALICE), alice).isSuccess());
+    LocalReferenceResolver resolver({&contacts, &albums});
 
     const XObject::Type contact("contactObject", XObject::Type("contacts", XObject::Type("Phone")));
     struct Row {

@@ -35,6 +35,17 @@ struct Owned {
     PropertyString property;
 };
 
+// An object with an integer property "n" holding `value` within [min, max].
+struct Numbered {
+    Numbered(const std::string& name, long value, Poco::Nullable<long> min = {},
+             Poco::Nullable<long> max = {})
+        : object(name), property("n", &object, PropertyValueNumberBase<long>(value, min, max, {})) {
+        object.registerProperty("n", &property);
+    }
+    TestObject object;
+    PropertyInteger property;
+};
+
 std::vector<std::string> names(const std::vector<Object*>& objects) {
     std::vector<std::string> result;
     for (const Object* object : objects) result.push_back(object->getType().name);
@@ -87,16 +98,6 @@ TEST(PropertyIndex, TextAndPatternLookups) {
     StringIndex empty("key");
     EXPECT_TRUE(empty.find(std::string("x")).empty());
 
-    PropertyIndex<PropertyInteger> numbers("n");
-    TestObject one("one");
-    PropertyInteger n("n", &one, PropertyValueNumberBase<long>(1000, {}, {}, {}));
-    one.registerProperty("n", &n);
-    ASSERT_TRUE(numbers.insert(&n));
-    EXPECT_EQ((std::vector<std::string>{"one"}), names(numbers.find(std::string("1,000"))));
-    EXPECT_TRUE(numbers.find(std::string("abc")).empty()) << "unparsable text finds nothing";
-    EXPECT_EQ((std::vector<std::string>{"one"}),
-              names(numbers.find(Poco::RegularExpression("1.*"))));
-
     StringIndex index("key");
     Owned whole("whole", "abc"), inner("inner", "xabcx");
     ASSERT_TRUE(index.insert(&whole.property));
@@ -106,30 +107,21 @@ TEST(PropertyIndex, TextAndPatternLookups) {
         << "the pattern must cover the whole text";
 }
 
-// Integers and UUIDs are keyed by their plain value; a text is still read with the smallest
-// filed value's limits, and with more distinct limits than the index shares prototypes for.
+// Integers and UUIDs (in the index the property kind makes) are keyed by their plain value; a text
+// is still read with the smallest filed value's limits, and with more distinct limits than the
+// index shares prototypes for.
 TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
-    struct Numbered {
-        Numbered(const std::string& name, long value, Poco::Nullable<long> min,
-                 Poco::Nullable<long> max)
-            : object(name),
-              property("n", &object, PropertyValueNumberBase<long>(value, min, max, {})) {
-            object.registerProperty("n", &property);
-        }
-        TestObject object;
-        PropertyInteger property;
-    };
     PropertyIndex<PropertyInteger> numbers("n");
-    Numbered low("low", 5, 0, 10), high("high", 50, 0, 100), free("free", 500, {}, {});
+    Numbered low("low", 5, 0, 10), high("high", 50, 0, 100), free("free", 1000);
     for (Numbered* filed : {&free, &high, &low}) ASSERT_TRUE(numbers.insert(&filed->property));
     const struct {
         Numbered* leaving;
         std::string text;
         std::vector<std::string> found;
     } steps[] = {
-        {nullptr, "5", {"low"}},  {nullptr, "50", {}},  // above the smallest value's maximum
-        {&low, "50", {"high"}},   {nullptr, "500", {}},
-        {&high, "500", {"free"}}, {nullptr, "-3", {}},
+        {nullptr, "5", {"low"}}, {nullptr, "50", {}},  // above the smallest value's maximum
+        {&low, "50", {"high"}},  {nullptr, "1,000", {}}, {&high, "1,000", {"free"}},
+        {nullptr, "-3", {}},     {nullptr, "abc", {}},  // unparsable
     };
     for (const auto& step : steps) {
         if (step.leaving != nullptr) {
@@ -138,7 +130,7 @@ TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
         EXPECT_EQ(step.found, names(numbers.find(step.text))) << step.text;
     }
     EXPECT_EQ((std::vector<std::string>{"free"}),
-              names(numbers.find(Poco::RegularExpression("5.0"))));
+              names(numbers.find(Poco::RegularExpression("1.*"))));
 
     PropertyIndex<PropertyInteger> bounded("n");
     std::vector<std::unique_ptr<Numbered>> each;
@@ -156,7 +148,6 @@ TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
     }
     EXPECT_TRUE(bounded.get().empty());
 
-    PropertyIndex<PropertyUuid> ids("id");
     TestObject a("a"), b("b");
     PropertyUuid idA("id", &a,
                      PropertyValueUuid(Poco::UUID("6ba7b810-9dad-11d1-80b4-00c04fd430c8")));
@@ -164,36 +155,32 @@ TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
                      PropertyValueUuid(Poco::UUID("00000000-0000-4000-8000-000000000001")));
     a.registerProperty("id", &idA);
     b.registerProperty("id", &idB);
-    ASSERT_TRUE(ids.insert(&idA));
-    ASSERT_TRUE(ids.insert(&idB));
-    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(ids.get()));
+    PropertyIndexBasePtr ids = idA.createIndex();
+    ASSERT_FALSE(ids.isNull());
+    EXPECT_EQ("id", ids->getKey());
+    ASSERT_TRUE(ids->insert(&idA));
+    ASSERT_TRUE(ids->insert(&idB));
+    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(ids->get()));
     EXPECT_EQ((std::vector<std::string>{"a"}),
-              names(ids.find(std::string("6ba7b810-9dad-11d1-80b4-00c04fd430c8"))));
-    EXPECT_TRUE(ids.find(Poco::UUID::null().toString()).empty()) << "the null UUID is refused";
-    EXPECT_TRUE(ids.find(std::string("6ba7b810")).empty());
+              names(ids->find(std::string("6ba7b810-9dad-11d1-80b4-00c04fd430c8"))));
+    EXPECT_TRUE(ids->find(Poco::UUID::null().toString()).empty()) << "the null UUID is refused";
+    EXPECT_TRUE(ids->find(std::string("6ba7b810")).empty());
     EXPECT_EQ((std::vector<std::string>{"a"}),
-              names(ids.find(Poco::RegularExpression("6ba7.*c8"))));
+              names(ids->find(Poco::RegularExpression("6ba7.*c8"))));
     ASSERT_TRUE(idA.setValue(Poco::UUID("00000000-0000-4000-8000-000000000000")));
-    EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(ids.get())) << "re-filed by value";
+    EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(ids->get())) << "re-filed by value";
 }
 
 TEST(PropertyIndex, EveryIndexableKindMakesItsIndex) {
     TestObject owner;
     PropertyBoolean flag("flag", &owner, PropertyValueBoolean(true));
-    PropertyUuid id("id", &owner, PropertyValueUuid());
     PropertyServiceCategoryArray categories(
         "categories", &owner,
         PropertyValueArray<
             PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>>(
             PropertyValueFormatedString<PropertyValueString::STRING_FORMAT_SERVICECATEGORY>()));
-    owner.registerProperty("id", &id);
     owner.registerProperty("categories", &categories);
     EXPECT_TRUE(flag.createIndex().isNull()) << "booleans are not indexed";
-    PropertyIndexBasePtr ids = id.createIndex();
-    ASSERT_FALSE(ids.isNull());
-    EXPECT_EQ("id", ids->getKey());
-    EXPECT_TRUE(ids->insert(&id));
-    EXPECT_EQ(1u, ids->find(id.getValue().toString()).size());
     PropertyIndexBasePtr arrays = categories.createIndex();
     ASSERT_TRUE(categories.addElement(std::string("media")));
     EXPECT_TRUE(arrays->insert(&categories));
@@ -254,26 +241,40 @@ TEST(PropertyIndex, AnOwnerWithTwoEntriesIsWalked) {
 }
 
 // An object filed under a value its property no longer has: removing it takes the entry after
-// the range of its current value, and the key of the object itself.
+// the range of its current value, and the key of the object itself. A property the index still
+// holds is refused wherever its owner went: moved onto an object that is not filed, or left
+// behind with a stale entry after its object was unfiled.
 TEST(PropertyIndex, RemovingAStaleObjectTakesTheEntryAfterItsRange) {
     Owned a("a", "1"), b("b", "2"), c("c", "3");
+    TestObject elsewhere("elsewhere");
     StringIndex index("key");
     for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
+    b.property.setParent(&elsewhere);
+    EXPECT_FALSE(index.insert(&b.property)) << "moved onto an object that is not filed";
+    EXPECT_EQ(nullptr, index.find(&elsewhere));
+    b.property.setParent(&b.object);
+
     a.property.ValueChanged.disable();
     ASSERT_TRUE(a.property.setValue("3"));
     EXPECT_FALSE(index.remove(&a.object)) << "no entry after the range at the end";
     ASSERT_TRUE(a.property.setValue("2"));
     a.property.ValueChanged.enable();
 
-    EXPECT_TRUE(index.remove(&a.object));
+    EXPECT_TRUE(index.remove(&a.object)) << "takes c's entry, unfiles a";
     EXPECT_EQ(nullptr, index.find(&a.object));
     EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(index.get()))
         << "a's stale entry stays, c's went";
     EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("1"))));
     EXPECT_EQ(&c.property, index.find(&c.object)) << "c is still filed, without an entry";
     EXPECT_FALSE(index.insert(&c.property));
-    ASSERT_TRUE(c.property.setValue("4"));
-    EXPECT_TRUE(index.find(std::string("4")).empty()) << "c's events were unregistered";
+    EXPECT_FALSE(index.insert(&a.property)) << "a's stale entry still holds its property";
+    ASSERT_TRUE(a.property.setValue("1")) << "back to the value of its entry";
+    ASSERT_TRUE(a.property.setValue("5"));
+    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("5"))))
+        << "a is still observed and moves";
+    ASSERT_TRUE(c.property.setValue("0"));
+    EXPECT_TRUE(index.find(std::string("0")).empty()) << "c's events were unregistered";
+    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(index.get()));
 }
 
 // A destroyed property leaves nothing behind, whatever state it was in: filed normally,
@@ -310,33 +311,6 @@ TEST(PropertyIndex, NothingDestroyedStaysFiled) {
     }
     EXPECT_TRUE(index.get().empty());
     EXPECT_EQ(&keep.property, index.find(&keep.object));
-}
-
-// A property the index still holds is refused wherever its owner went: moved onto an object
-// that is not filed, or left behind with a stale entry after its object was unfiled.
-TEST(PropertyIndex, AHeldPropertyIsRefusedUnderAnyOwner) {
-    Owned a("a", "1"), b("b", "2"), c("c", "3");
-    TestObject elsewhere("elsewhere");
-    StringIndex index("key");
-    for (Owned* owned : {&a, &b, &c}) ASSERT_TRUE(index.insert(&owned->property));
-    b.property.setParent(&elsewhere);
-    EXPECT_FALSE(index.insert(&b.property)) << "moved onto an object that is not filed";
-    EXPECT_EQ(nullptr, index.find(&elsewhere));
-    b.property.setParent(&b.object);
-
-    a.property.ValueChanged.disable();
-    ASSERT_TRUE(a.property.setValue("2"));
-    a.property.ValueChanged.enable();
-    ASSERT_TRUE(index.remove(&a.object)) << "takes c's entry, unfiles a";
-    EXPECT_EQ(nullptr, index.find(&a.object));
-    EXPECT_FALSE(index.insert(&a.property)) << "a's stale entry still holds its property";
-    ASSERT_TRUE(a.property.setValue("1")) << "back to the value of its entry";
-    ASSERT_TRUE(a.property.setValue("5"));
-    EXPECT_EQ((std::vector<std::string>{"a"}), names(index.find(std::string("5"))))
-        << "a is still observed and moves";
-    ASSERT_TRUE(c.property.setValue("0")) << "c's events are not";
-    EXPECT_TRUE(index.find(std::string("0")).empty());
-    EXPECT_EQ((std::vector<std::string>{"b", "a"}), names(index.get()));
 }
 
 // find(text) reads the text with the check of the smallest filed value, whichever format it
