@@ -49,7 +49,9 @@ public:
     /// null for an absent key.
     PropertyBase* propertyAt(const Object& owner, std::size_t at) const;
     /// Puts `property` (or none) under the pooled `key` of `owner`, the object holding this
-    /// registry; an unknown key is added in its place.
+    /// registry; an unknown key is added in its place. REQUIRES: `property` is not what
+    /// the key holds already; layouts remember every change made to them, and one that
+    /// changes nothing would make a second copy of a layout.
     void set(const Object& owner, const std::string& key, PropertyBase* property);
     /// Forgets every key.
     void clear();

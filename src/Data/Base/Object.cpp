@@ -220,7 +220,7 @@ bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
         m_ownProperties.set(*this, pooled, property);
     } else {
         if (m_ownProperties.propertyAt(*this, at) != nullptr) return false;
-        m_ownProperties.set(*this, m_ownProperties.keyAt(at), property);
+        if (property != nullptr) m_ownProperties.set(*this, m_ownProperties.keyAt(at), property);
     }
     onRegisterProperty(key, property);
     if (property != nullptr) {
@@ -270,7 +270,9 @@ void Object::onPropertyDestroyedPriv(const void*, PropertyEventPayload& payload)
 
 void Object::forgetKey(const PropertyKey& key) {
     const std::size_t at = m_ownProperties.find(key);
-    if (at != PropertyRegistry::npos) m_ownProperties.set(*this, m_ownProperties.keyAt(at), nullptr);
+    if (at != PropertyRegistry::npos && m_ownProperties.propertyAt(*this, at) != nullptr) {
+        m_ownProperties.set(*this, m_ownProperties.keyAt(at), nullptr);
+    }
 }
 
 void Object::unregisterAllProperties() {

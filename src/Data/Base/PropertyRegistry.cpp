@@ -149,8 +149,6 @@ PropertyBase* PropertyRegistry::propertyAt(const Object& owner, std::size_t at) 
 }
 
 void PropertyRegistry::set(const Object& owner, const std::string& key, PropertyBase* property) {
-    const std::size_t at = find(key);
-    if (at != npos && propertyAt(owner, at) == property) return;
     if (!isOwn()) {
         const std::uintptr_t distance =
             property == nullptr ? ABSENT : addressOf(property) - addressOf(&owner);
