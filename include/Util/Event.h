@@ -15,17 +15,17 @@ namespace Kivo::Util {
 template <class TArgs>
 class Event;
 
-/// A library-internal observer of an Event, linked into the event itself so that watching
-/// costs no allocation: the owner of a hook (an index watching the properties it files, say)
-/// embeds it in a record it keeps anyway.
+/// A library-internal observer of an Event that costs its owner one pointer: the owner of a
+/// hook (an index watching the properties it files, say) embeds it in a record it keeps
+/// anyway, and an event with one hook keeps it in its own word, without allocation.
 ///
 /// A hook is called while its event is enabled, before the event's delegates. Detach it before
 /// it is destroyed, from a thread that no raise of the event runs concurrently with (the raise
 /// copies the hooks it calls, as it copies its delegates): the writers of a tree's properties
 /// and the filing at its indexes are serialised by the tree's lock, which gives that.
 ///
-/// Aligned to eight bytes on every platform: an event keeps the first hook's address in its
-/// one word together with three flag bits.
+/// Aligned to eight bytes on every platform: an event keeps a hook's address in its one word
+/// together with three flag bits.
 template <class TArgs>
 class alignas(8) EventHook {
 public:
@@ -38,15 +38,11 @@ public:
 
 protected:
     ~EventHook() = default;
-
-private:
-    friend class Event<TArgs>;
-    EventHook* m_next = nullptr;
 };
 
-/// An event that costs one word until somebody subscribes: hooks are linked into it without
-/// allocation, and the delegate list is allocated by the first subscription and freed again
-/// when the last one goes.
+/// An event that costs one word until somebody subscribes: one hook fits into the word, and a
+/// block for the delegates (and further hooks) is allocated by the first subscription and freed
+/// again when the last one goes.
 ///
 /// It behaves as Poco::BasicEvent does for its clients: `+=` and `-=` take any Poco delegate
 /// (Poco::delegate, Poco::priorityDelegate, function delegates; priorities are not used for
@@ -110,7 +106,7 @@ public:
                 break;
             }
         }
-        guard.dropListIfEmpty();
+        guard.dropBlockIfUnneeded();
     }
 
     /// Calls the hooks, then every delegate, unless the event is disabled.
@@ -126,7 +122,9 @@ public:
         {
             Guard guard(*this);
             if (!guard.enabled()) return;
-            for (EventHook<TArgs>* hook = guard.hooks(); hook != nullptr; hook = hook->m_next) {
+            if (Block* held = guard.block()) {
+                for (EventHook<TArgs>* hook : held->hooks) hooks.push(hook);
+            } else if (EventHook<TArgs>* hook = guard.hook()) {
                 hooks.push(hook);
             }
             if (guard.list() != nullptr) delegates.m_delegates = *guard.list();
@@ -163,7 +161,7 @@ public:
         if (guard.list() == nullptr) return;
         for (auto& delegate : *guard.list()) delegate->disable();
         removed.swap(*guard.list());
-        guard.dropListIfEmpty();
+        guard.dropBlockIfUnneeded();
     }
     /// Whether no delegate is subscribed; hooks are not counted.
     bool empty() const {
@@ -171,48 +169,46 @@ public:
         return guard.list() == nullptr || guard.list()->empty();
     }
 
-    /// Links `hook` in after the hooks already attached. REQUIRES: it is not attached anywhere.
+    /// Adds `hook` after the hooks already attached. REQUIRES: it is not attached here.
     void attach(EventHook<TArgs>& hook) {
         Guard guard(*this);
-        hook.m_next = nullptr;
-        EventHook<TArgs>* head = guard.hooks();
-        if (head == nullptr) {
-            guard.setHooks(&hook);
-            return;
+        if (Block* held = guard.block()) {
+            held->hooks.push_back(&hook);
+        } else if (EventHook<TArgs>* only = guard.hook()) {
+            guard.makeBlock().hooks = {only, &hook};
+        } else {
+            guard.setHook(&hook);
         }
-        while (head->m_next != nullptr) head = head->m_next;
-        head->m_next = &hook;
     }
-    /// Unlinks `hook`; nothing when it is not attached here.
+    /// Removes `hook`; nothing when it is not attached here.
     void detach(EventHook<TArgs>& hook) {
         Guard guard(*this);
-        EventHook<TArgs>* head = guard.hooks();
-        if (head == &hook) {
-            guard.setHooks(hook.m_next);
-            hook.m_next = nullptr;
-            return;
-        }
-        for (EventHook<TArgs>* link = head; link != nullptr; link = link->m_next) {
-            if (link->m_next == &hook) {
-                link->m_next = hook.m_next;
-                hook.m_next = nullptr;
-                return;
+        if (Block* held = guard.block()) {
+            for (auto it = held->hooks.begin(); it != held->hooks.end(); ++it) {
+                if (*it == &hook) {
+                    held->hooks.erase(it);
+                    break;
+                }
             }
+            guard.dropBlockIfUnneeded();
+        } else if (guard.hook() == &hook) {
+            guard.setHook(nullptr);
         }
     }
 
 private:
     typedef std::vector<Poco::SharedPtr<Delegate>> List;
 
-    // Allocated while the event has delegates: the list, and the hooks the word held before.
+    // Allocated while the event has delegates or more than one hook: the delegates and all
+    // hooks, in the order they came.
     struct alignas(8) Block {
         List delegates;
-        EventHook<TArgs>* hooks = nullptr;
+        std::vector<EventHook<TArgs>*> hooks;
     };
 
     // The state word holds an address and three flags in the low bits its alignment leaves
-    // free: the lock, "disabled", and whether the address is a Block's (else it is the first
-    // hook's, or 0). Without delegates an event allocates nothing, hooks or not: an index hooks
+    // free: the lock, "disabled", and whether the address is a Block's (else it is the one
+    // hook's, or 0). With one hook and no delegate an event allocates nothing: an index hooks
     // into two events of every property it files. The lock is held for a few instructions (a
     // list copy at most), so it spins, yielding the processor after a while.
     static constexpr std::uintptr_t LOCKED = 1;
@@ -233,35 +229,40 @@ private:
         Guard& operator=(const Guard&) = delete;
         ~Guard() { m_word.store(m_state, std::memory_order_release); }
 
-        // The delegate list; null while there is no delegate.
+        // The delegate list; null while there is no block.
         List* list() const { return block() != nullptr ? &block()->delegates : nullptr; }
-        // The list, allocated (with the hooks moved into the block) if there was none.
-        List& makeList() {
+        // The list, allocated with its block if there was none.
+        List& makeList() { return makeBlock().delegates; }
+        // The block, allocated (with the one hook moved into it) if there was none.
+        Block& makeBlock() {
             if (block() == nullptr) {
                 Block* made = new Block;
-                made->hooks = hooks();
+                if (EventHook<TArgs>* only = hook()) made->hooks.push_back(only);
                 m_state = reinterpret_cast<std::uintptr_t>(made) | BLOCK | (m_state & DISABLED);
             }
-            return block()->delegates;
+            return *block();
         }
-        // Frees the list once its last delegate is gone, so that the event is one word again.
-        // The list is empty, so no delegate is destroyed under the lock.
-        void dropListIfEmpty() {
+        // Frees the block once it holds no delegate and at most one hook, so that the event is
+        // one word again. The list is empty, so no delegate is destroyed under the lock.
+        void dropBlockIfUnneeded() {
             Block* held = block();
-            if (held == nullptr || !held->delegates.empty()) return;
-            m_state = reinterpret_cast<std::uintptr_t>(held->hooks) | (m_state & DISABLED);
+            if (held == nullptr || !held->delegates.empty() || held->hooks.size() > 1) return;
+            EventHook<TArgs>* const only = held->hooks.empty() ? nullptr : held->hooks.front();
+            m_state = reinterpret_cast<std::uintptr_t>(only) | (m_state & DISABLED);
             delete held;
         }
-        EventHook<TArgs>* hooks() const {
-            if (Block* held = block()) return held->hooks;
+        // The block; null while the word holds one hook or none.
+        Block* block() const {
+            return (m_state & BLOCK) != 0 ? static_cast<Block*>(addressOf(m_state)) : nullptr;
+        }
+        // The one hook the word holds; null when it holds none or a block.
+        EventHook<TArgs>* hook() const {
+            if ((m_state & BLOCK) != 0) return nullptr;
             return static_cast<EventHook<TArgs>*>(addressOf(m_state));
         }
-        void setHooks(EventHook<TArgs>* hooks) {
-            if (Block* held = block()) {
-                held->hooks = hooks;
-            } else {
-                m_state = reinterpret_cast<std::uintptr_t>(hooks) | (m_state & DISABLED);
-            }
+        // Puts `hook` (or none) into the word. REQUIRES: there is no block.
+        void setHook(EventHook<TArgs>* hook) {
+            m_state = reinterpret_cast<std::uintptr_t>(hook) | (m_state & DISABLED);
         }
         bool enabled() const { return (m_state & DISABLED) == 0; }
         void setEnabled(bool enabled) {
@@ -269,9 +270,6 @@ private:
         }
 
     private:
-        Block* block() const {
-            return (m_state & BLOCK) != 0 ? static_cast<Block*>(addressOf(m_state)) : nullptr;
-        }
         static std::uintptr_t acquire(std::atomic<std::uintptr_t>& word) {
             for (unsigned spins = 0;; ++spins) {
                 const std::uintptr_t seen = word.fetch_or(LOCKED, std::memory_order_acquire);

@@ -10,6 +10,7 @@
 #include <Poco/JSON/Object.h>
 #include <Poco/UUID.h>
 
+#include "Data/Base/PropertyRegistry.h"
 #include "Util/RecursiveRWLock.h"
 
 /// Values, properties, objects, indexes and queries: the layer the resource model is built on.
@@ -204,14 +205,12 @@ protected:
 private:
     friend class PropertyBase;
 
-    // Key to property in byte-wise key order, as PropertyReferenceMap orders them. An object has
-    // a handful of properties: a sorted vector is one block where a map has one per key.
-    // The keys are pooled (one copy per distinct key in the process).
-    typedef std::vector<std::pair<const PropertyKey*, PropertyBase*>> Registry;
-    Registry::iterator findEntry(const PropertyKey& key);
-    Registry::const_iterator findEntry(const PropertyKey& key) const;
+    // Makes `key`, if known, a known-but-absent key.
+    void forgetKey(const PropertyKey& key);
 
-    Registry m_ownProperties;  // guarded by *m_propertyLock
+    // Key to property in byte-wise key order, as PropertyReferenceMap orders them. The keys are
+    // pooled (one copy per distinct key in the process).
+    PropertyRegistry m_ownProperties;  // guarded by *m_propertyLock
     // Mutable because adopting or resetting the lock does not change the object's value.
     mutable Kivo::RecursiveRWLockPtr m_propertyLock;
     // Never null; shared with every live object of an equal type.

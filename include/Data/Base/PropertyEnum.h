@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTYENUM_H
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYENUM_H
 
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,6 +14,9 @@ namespace Kivo::Data::Base {
 /// any text. Always of format STRING_FORMAT_TEXT: the word set replaces the pattern check.
 /// Ordering and equality are the string kind's, by text, so an enum and a plain string holding
 /// the same text are equal; the position of a word in the allowed list plays no part.
+///
+/// Values that allow the same words in the same declared order share one immutable copy of
+/// them (an index keeps a copy of every value it files), for as long as one of them lives.
 class PropertyValueEnum : public PropertyValueString {
 public:
     /// The allowed words, ordered byte-wise.
@@ -37,22 +41,30 @@ public:
     void setEnumValues(const EnumValues& values);
     /// Allows one more word; the current value is not re-examined.
     void addEnumValue(const value_type& word);
-    /// The allowed words; empty when any text is allowed.
-    const EnumValueSet& getEnumValues() const { return m_enumValues; }
+    /// The allowed words; empty when any text is allowed. The reference stays valid until the
+    /// value's words change or the value goes.
+    const EnumValueSet& getEnumValues() const { return m_words->set; }
     /// The same words in the order they were declared (constructor or setEnumValues list,
     /// then addEnumValue calls), each once, at its first place. Clients show them in this
     /// order; the set above keeps the byte-wise order that lookups and existing output use.
-    const EnumValues& getDeclaredEnumValues() const { return m_declaredValues; }
+    /// The reference stays valid as getEnumValues()'s does.
+    const EnumValues& getDeclaredEnumValues() const { return m_words->declared; }
 
     /// True for an empty set; otherwise whether `value` is one of the words.
     bool isValidValue(const std::string& value) const override;
 
 private:
-    // The list without repeated words, in first-seen order.
-    static EnumValues withoutRepeats(const EnumValues& values);
+    // The allowed words both ways; immutable once shared.
+    struct SharedWords {
+        EnumValueSet set;
+        EnumValues declared;  // the words of `set`, in declared order
+    };
+    class SharedWordsTable;
 
-    EnumValueSet m_enumValues;
-    EnumValues m_declaredValues;  // the words of m_enumValues, in declared order
+    // The shared copy of the words of `values`, in declared order without repeats.
+    static std::shared_ptr<const SharedWords> wordsOf(const EnumValues& values);
+
+    std::shared_ptr<const SharedWords> m_words;  // never null
 };
 
 }  // namespace Kivo::Data::Base

@@ -75,20 +75,25 @@ protected:
     explicit PropertyValue(const std::string& text);
 
     // The URI library's text of the URI.
-    const std::string& text() const { return m_text; }
+    std::string_view text() const;
     // The URI's path, decoded, as the URI library gives it.
     std::string_view path() const;
 
 private:
     // m_pathLength of a URI whose text does not read back as the URI.
     static constexpr std::uint32_t IRREGULAR = UINT32_MAX;
+    // A text, immutable once made, that the copies of a value share.
+    class Text;
 
     // Takes `uri`; `source` is the text it was read from, if any.
     void store(const value_type& uri, const std::string* source);
     const value_type& uri() const;
     bool isRegular() const { return m_pathLength != IRREGULAR; }
 
-    std::string m_text;
+    // Shared with the value's copies (an index keeps one of every value it files, a value
+    // change hands one to subscribers), so copying costs no allocation. Null for the empty
+    // text.
+    Text* m_text = nullptr;
     // Where the decoded path lies in m_text; IRREGULAR when the URI is kept whole instead.
     std::uint32_t m_pathBegin = 0;
     std::uint32_t m_pathLength = 0;
@@ -121,9 +126,9 @@ public:
     PropertyValueUri& operator=(const PropertyValueUri&) = default;
 
     /// The URI's text (std::string).
-    Poco::Dynamic::Var getGenericValue() const override { return text(); }
+    Poco::Dynamic::Var getGenericValue() const override { return std::string(text()); }
     /// The URI's text.
-    std::string toString() const override { return text(); }
+    std::string toString() const override { return std::string(text()); }
     /// Whether `uri` is not the empty URI.
     bool isValidValue(const Poco::URI& uri) const override { return !uri.empty(); }
     /// A syntax error of the URI library logs "Error: Failed to parse value for

@@ -133,80 +133,65 @@ Util::RecursiveRWLock& Object::lockRef() const {
     return *m_propertyLock;
 }
 
-namespace {
-
-template <class Iterator>
-Iterator lowerBound(Iterator first, Iterator last, const PropertyKey& key) {
-    return std::lower_bound(first, last, key,
-                            [](const auto& entry, const PropertyKey& k) { return *entry.first < k; });
-}
-
-}  // namespace
-
-Object::Registry::iterator Object::findEntry(const PropertyKey& key) {
-    const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
-    return entry != m_ownProperties.end() && *entry->first == key ? entry : m_ownProperties.end();
-}
-
-Object::Registry::const_iterator Object::findEntry(const PropertyKey& key) const {
-    const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
-    return entry != m_ownProperties.end() && *entry->first == key ? entry : m_ownProperties.end();
-}
-
 PropertyBase* Object::getProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = findEntry(key);
-    if (entry == m_ownProperties.end()) {
+    const std::size_t at = m_ownProperties.find(key);
+    if (at == PropertyRegistry::npos) {
         QES_LOG_WARNING(getType().identifier << "::getProperty: property " << key << " is unknown");
         return nullptr;
     }
-    if (entry->second == nullptr) {
+    PropertyBase* property = m_ownProperties.propertyAt(*this, at);
+    if (property == nullptr) {
         QES_LOG_TRACE(getType().identifier << "::getProperty: property " << key
                                            << " is not available");
     }
-    return entry->second;
+    return property;
 }
 
 PropertyBase* Object::findProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = findEntry(key);
-    return entry == m_ownProperties.end() ? nullptr : entry->second;
+    const std::size_t at = m_ownProperties.find(key);
+    return at == PropertyRegistry::npos ? nullptr : m_ownProperties.propertyAt(*this, at);
 }
 
 std::vector<PropertyKey> Object::getKnownPropertyKeys() const {
     ScopedRecursiveReadLock lock(lockRef());
     std::vector<PropertyKey> keys;
     keys.reserve(m_ownProperties.size());
-    for (const auto& entry : m_ownProperties) keys.push_back(*entry.first);
+    for (std::size_t at = 0; at < m_ownProperties.size(); ++at) {
+        keys.push_back(m_ownProperties.keyAt(at));
+    }
     return keys;
 }
 
 Poco::JSON::Object::Ptr Object::toJSON(int depth) const {
     ScopedRecursiveReadLock lock(lockRef());
     Poco::JSON::Object::Ptr json = new Poco::JSON::Object();
-    for (const auto& entry : m_ownProperties) {
-        if (const PropertyBase* property = entry.second) json->set(property->getKey(), property->toJSON(depth));
+    for (std::size_t at = 0; at < m_ownProperties.size(); ++at) {
+        if (const PropertyBase* property = m_ownProperties.propertyAt(*this, at)) {
+            json->set(property->getKey(), property->toJSON(depth));
+        }
     }
     return json;
 }
 
 bool Object::hasProperty(const PropertyKey& key) const {
-    ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = findEntry(key);
-    return entry != m_ownProperties.end() && entry->second != nullptr;
+    return findProperty(key) != nullptr;
 }
 
 bool Object::knowsProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
-    return findEntry(key) != m_ownProperties.end();
+    return m_ownProperties.find(key) != PropertyRegistry::npos;
 }
 
 std::vector<PropertyKey> Object::getPropertyKeys() const {
     ScopedRecursiveReadLock lock(lockRef());
     std::vector<PropertyKey> keys;
     keys.reserve(m_ownProperties.size());
-    for (const auto& [key, property] : m_ownProperties) {
-        if (property != nullptr) keys.push_back(*key);
+    for (std::size_t at = 0; at < m_ownProperties.size(); ++at) {
+        if (m_ownProperties.propertyAt(*this, at) != nullptr) {
+            keys.push_back(m_ownProperties.keyAt(at));
+        }
     }
     return keys;
 }
@@ -215,29 +200,27 @@ std::vector<PropertyBase*> Object::getProperties() const {
     ScopedRecursiveReadLock lock(lockRef());
     std::vector<PropertyBase*> properties;
     properties.reserve(m_ownProperties.size());
-    for (const auto& entry : m_ownProperties) {
-        if (entry.second != nullptr) properties.push_back(entry.second);
+    for (std::size_t at = 0; at < m_ownProperties.size(); ++at) {
+        if (PropertyBase* property = m_ownProperties.propertyAt(*this, at)) {
+            properties.push_back(property);
+        }
     }
     return properties;
 }
 
 bool Object::registerProperty(const PropertyKey& key, PropertyBase* property) {
     ScopedRecursiveWriteLock lock(lockRef());
-    const auto entry = lowerBound(m_ownProperties.begin(), m_ownProperties.end(), key);
-    if (entry == m_ownProperties.end() || *entry->first != key) {
-        // Grown one entry at a time: objects are many and their keys few, so spare room would
-        // cost more than the moves.
-        const auto at = entry - m_ownProperties.begin();
-        m_ownProperties.reserve(m_ownProperties.size() + 1);
+    const std::size_t at = m_ownProperties.find(key);
+    if (at == PropertyRegistry::npos) {
         // A property's own key is pooled already: the pool's look-up (a lock and a search)
         // is needed only for other keys.
         const PropertyKey& pooled =
             property != nullptr && property->getKey() == key ? property->getKey()
                                                              : KeyPool::intern(key);
-        m_ownProperties.emplace(m_ownProperties.begin() + at, &pooled, property);
+        m_ownProperties.set(*this, pooled, property);
     } else {
-        if (entry->second != nullptr) return false;
-        entry->second = property;
+        if (m_ownProperties.propertyAt(*this, at) != nullptr) return false;
+        if (property != nullptr) m_ownProperties.set(*this, m_ownProperties.keyAt(at), property);
     }
     onRegisterProperty(key, property);
     if (property != nullptr) {
@@ -272,8 +255,7 @@ void Object::onPropertyUpdatePriv(const void*, PropertyEventPayload& payload) {
     onPropertyUpdate(payload);
     ScopedRecursiveWriteLock lock(lockRef());
     if (source->getParent() == this) return;
-    const auto entry = findEntry(source->getKey());
-    if (entry != m_ownProperties.end()) entry->second = nullptr;
+    forgetKey(source->getKey());
     unregisterPropertyEvents(source);
 }
 
@@ -282,18 +264,24 @@ void Object::onPropertyDestroyedPriv(const void*, PropertyEventPayload& payload)
     QES_LOG_TRACE("Property " << source->getKey() << " was destroyed");
     onPropertyDestroyed(payload);
     ScopedRecursiveWriteLock lock(lockRef());
-    const auto entry = findEntry(source->getKey());
-    if (entry != m_ownProperties.end()) entry->second = nullptr;
+    forgetKey(source->getKey());
     unregisterPropertyEvents(source);
+}
+
+void Object::forgetKey(const PropertyKey& key) {
+    const std::size_t at = m_ownProperties.find(key);
+    if (at != PropertyRegistry::npos && m_ownProperties.propertyAt(*this, at) != nullptr) {
+        m_ownProperties.set(*this, m_ownProperties.keyAt(at), nullptr);
+    }
 }
 
 void Object::unregisterAllProperties() {
     ScopedRecursiveWriteLock lock(lockRef());
     // By position: the hooks run inside may register keys, which moves the entries.
-    for (std::size_t i = 0; i < m_ownProperties.size(); ++i) {
-        PropertyBase* detached = m_ownProperties[i].second;
+    for (std::size_t at = 0; at < m_ownProperties.size(); ++at) {
+        PropertyBase* detached = m_ownProperties.propertyAt(*this, at);
         if (detached == nullptr) continue;
-        const PropertyKey& key = *m_ownProperties[i].first;
+        const PropertyKey& key = m_ownProperties.keyAt(at);
         onUnregisterProperty(key, detached);
         // Our own onPropertyUpdatePriv runs inside and nulls the entry we are visiting.
         detached->setParent(nullptr);

@@ -1,7 +1,10 @@
 #include "Data/Base/PropertyUri.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <stdexcept>
 
 #include <Poco/Exception.h>
@@ -39,13 +42,53 @@ bool isPlainPath(const std::string& text) {
 
 }  // namespace
 
+// One block: a count of the values that share it and the text's size, then its bytes.
+class PropertyValue<Poco::URI>::Text {
+public:
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+
+    // A text held by one value; null for the empty text.
+    static Text* make(std::string_view text) {
+        if (text.empty()) return nullptr;
+        Text* made = new (::operator new(sizeof(Text) + text.size())) Text(text.size());
+        std::memcpy(made->bytes(), text.data(), text.size());
+        return made;
+    }
+    // `text`, now held by one more value.
+    static Text* share(Text* text) {
+        if (text != nullptr) text->m_users.fetch_add(1, std::memory_order_relaxed);
+        return text;
+    }
+    // Ends one value's hold of `text`; the last frees it.
+    static void release(Text* text) {
+        if (text == nullptr || text->m_users.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+        text->~Text();
+        ::operator delete(text);
+    }
+    static std::string_view view(const Text* text) {
+        return text == nullptr ? std::string_view() : std::string_view(text->bytes(), text->m_size);
+    }
+
+private:
+    explicit Text(std::size_t size) : m_size(size) {}
+    ~Text() = default;
+    char* bytes() { return reinterpret_cast<char*>(this + 1); }
+    const char* bytes() const { return reinterpret_cast<const char*>(this + 1); }
+
+    std::atomic<std::uint32_t> m_users{1};
+    const std::size_t m_size;
+};
+
+std::string_view PropertyValue<Poco::URI>::text() const { return Text::view(m_text); }
+
 PropertyValue<Poco::URI>::PropertyValue(const value_type& value) { store(value, nullptr); }
 
 PropertyValue<Poco::URI>::PropertyValue(const std::string& text) {
     if (text.empty() || (isPlainPath(text) && text.size() < IRREGULAR)) {
         // Element URIs are such paths: building one per element need not parse it. The empty
         // text is the empty URI's.
-        m_text = text;
+        m_text = Text::make(text);
         m_pathLength = static_cast<std::uint32_t>(text.size());
         return;
     }
@@ -54,7 +97,7 @@ PropertyValue<Poco::URI>::PropertyValue(const std::string& text) {
 
 PropertyValue<Poco::URI>::PropertyValue(const PropertyValue& other)
     : PropertyValueBase(other),
-      m_text(other.m_text),
+      m_text(Text::share(other.m_text)),
       m_pathBegin(other.m_pathBegin),
       m_pathLength(other.m_pathLength) {
     // A regular copy parses again when asked: most copies (index keys, old values) never are.
@@ -64,14 +107,18 @@ PropertyValue<Poco::URI>::PropertyValue(const PropertyValue& other)
 PropertyValue<Poco::URI>& PropertyValue<Poco::URI>::operator=(const PropertyValue& other) {
     if (&other == this) return *this;
     std::unique_ptr<value_type> kept(other.isRegular() ? nullptr : new value_type(other.uri()));
-    m_text = other.m_text;
+    Text::release(m_text);
+    m_text = Text::share(other.m_text);
     m_pathBegin = other.m_pathBegin;
     m_pathLength = other.m_pathLength;
     delete m_uri.exchange(kept.release());
     return *this;
 }
 
-PropertyValue<Poco::URI>::~PropertyValue() { delete m_uri.load(); }
+PropertyValue<Poco::URI>::~PropertyValue() {
+    Text::release(m_text);
+    delete m_uri.load();
+}
 
 void PropertyValue<Poco::URI>::store(const value_type& uri, const std::string* source) {
     std::string text = uri.toString();
@@ -80,7 +127,9 @@ void PropertyValue<Poco::URI>::store(const value_type& uri, const std::string* s
     const std::size_t at = path.empty() ? 0 : text.find(path);
     const bool regular = same && at != std::string::npos && text.size() < IRREGULAR;
     std::unique_ptr<value_type> kept(regular ? nullptr : new value_type(uri));
-    m_text.swap(text);
+    Text* const made = Text::make(text);
+    Text::release(m_text);
+    m_text = made;
     m_pathBegin = regular ? static_cast<std::uint32_t>(at) : 0;
     m_pathLength = regular ? static_cast<std::uint32_t>(path.size()) : IRREGULAR;
     delete m_uri.exchange(kept.release());
@@ -90,7 +139,7 @@ const Poco::URI& PropertyValue<Poco::URI>::uri() const {
     value_type* cached = m_uri.load(std::memory_order_acquire);
     if (cached != nullptr) return *cached;
     // Only a regular URI gets here: its text reads back as the URI it stands for.
-    std::unique_ptr<value_type> parsed(new value_type(m_text));
+    std::unique_ptr<value_type> parsed(new value_type(std::string(text())));
     if (m_uri.compare_exchange_strong(cached, parsed.get(), std::memory_order_acq_rel,
                                       std::memory_order_acquire)) {
         return *parsed.release();
@@ -100,7 +149,7 @@ const Poco::URI& PropertyValue<Poco::URI>::uri() const {
 
 std::string_view PropertyValue<Poco::URI>::path() const {
     if (!isRegular()) return uri().getPath();
-    return std::string_view(m_text).substr(m_pathBegin, m_pathLength);
+    return text().substr(m_pathBegin, m_pathLength);
 }
 
 bool PropertyValue<Poco::URI>::isValidStringValue(const std::string& text) const {
@@ -124,7 +173,7 @@ bool PropertyValue<Poco::URI>::setValueFromString(const std::string& text) {
 bool PropertyValue<Poco::URI>::operator==(const PropertyValue& other) const {
     // Two regular URIs are equal exactly when their texts are: the text is made from the
     // parts the URI library compares, and reads back as them.
-    if (isRegular() && other.isRegular()) return m_text == other.m_text;
+    if (isRegular() && other.isRegular()) return text() == other.text();
     return uri() == other.uri();
 }
 

@@ -155,6 +155,53 @@ TEST(Object, UnregisterAllDetachesEveryProperty) {
     EXPECT_TRUE(a->setValue(3));
 }
 
+// Objects whose properties are members, registered as a class's constructor would.
+struct MemberObject : TestObject {
+    MemberObject(long first, long second)
+        : first("first", nullptr, PropertyValueNumberBase<long>(first, {}, {}, {})),
+          second("second", nullptr, PropertyValueNumberBase<long>(second, {}, {}, {})) {
+        registerProperty("second", &this->second);
+        registerProperty("later", nullptr);
+        registerProperty("first", &this->first);
+    }
+    using Object::getKnownPropertyKeys;
+    PropertyInteger first;
+    PropertyInteger second;
+};
+
+TEST(Object, ObjectsOfOneShapeKeepTheirOwnProperties) {
+    // Registries of objects built alike are shared; each object must still answer its own
+    // properties, and a change to one object's registry must not reach the others.
+    std::vector<std::unique_ptr<MemberObject>> objects;
+    for (long i = 0; i < 3; ++i) objects.emplace_back(new MemberObject(i, 10 + i));
+    Integer outside = makeInteger("later", 7);
+    ASSERT_TRUE(objects[1]->registerProperty("later", outside.get()));
+    TestObject taker;
+    ASSERT_TRUE(taker.registerProperty("second", &objects[2]->second));
+
+    const std::vector<std::vector<std::string>> keys = {
+        {"first", "second"}, {"first", "later", "second"}, {"first"}};
+    for (long i = 0; i < 3; ++i) {
+        const MemberObject& object = *objects[i];
+        EXPECT_EQ(keys[i], object.getPropertyKeys()) << i;
+        EXPECT_EQ((Keys{"first", "later", "second"}), object.getKnownPropertyKeys()) << i;
+        EXPECT_EQ(&object.first, object.getProperty("first")) << i;
+        EXPECT_EQ(i, dynamic_cast<PropertyInteger&>(*object.getProperty("first")).getValue());
+    }
+    EXPECT_EQ(&objects[0]->second, objects[0]->getProperty("second"));
+    EXPECT_EQ(outside.get(), objects[1]->getProperty("later"));
+    EXPECT_EQ(nullptr, objects[2]->getProperty("second"));
+    EXPECT_EQ(&objects[2]->second, taker.getProperty("second"));
+    std::ostringstream json;
+    objects[1]->toJSON(0)->stringify(json);
+    EXPECT_EQ(R"({"first":1,"later":7,"second":11})", json.str());
+
+    outside.reset();
+    EXPECT_TRUE(objects[1]->knowsProperty("later"));
+    EXPECT_FALSE(objects[1]->hasProperty("later"));
+    EXPECT_EQ(&objects[1]->second, objects[1]->getProperty("second"));
+}
+
 TEST(Object, CopiesTakeTheTypeOnlyAndLocksReachEveryProperty) {
     TestObject original("Original");
     Integer property = makeInteger("k");

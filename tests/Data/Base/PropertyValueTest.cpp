@@ -439,6 +439,12 @@ TEST(PropertyValueEnum, KeepsTheDeclaredOrderOfItsWords) {
     EXPECT_EQ((Words{"z", "a"}), value.getDeclaredEnumValues());
     EXPECT_EQ((Words{"off", "auto", "on", "dim"}), copy.getDeclaredEnumValues());
     EXPECT_EQ((Words{"b", "a"}), PropertyValueEnum("a", Words{"b", "a"}).getDeclaredEnumValues());
+
+    // Values declaring the same words share one copy of them; another order is other words.
+    const PropertyValueEnum same("z", Words{"z", "a"}), reordered(Words{"a", "z"});
+    EXPECT_EQ(&value.getEnumValues(), &same.getEnumValues());
+    EXPECT_NE(&value.getEnumValues(), &reordered.getEnumValues());
+    EXPECT_EQ((Words{"a", "z"}), reordered.getDeclaredEnumValues());
 }
 
 TEST(PropertyValueEnum, SetEnumValuesReplacesAValueThatLostItsWord) {
