@@ -25,4 +25,15 @@ std::string PropertyValueUuid::textOf(const Poco::UUID& uuid) {
     return text;
 }
 
+Poco::UUID UuidKey::toUuid() const {
+    char bytes[16];
+    for (int i = 0; i < 8; ++i) {
+        bytes[i] = static_cast<char>(m_high >> (56 - 8 * i));
+        bytes[8 + i] = static_cast<char>(m_low >> (56 - 8 * i));
+    }
+    Poco::UUID uuid;
+    uuid.copyFrom(bytes);
+    return uuid;
+}
+
 }  // namespace Kivo::Data::Base
