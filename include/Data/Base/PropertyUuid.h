@@ -41,6 +41,11 @@ public:
     /// The text of `uuid` as Poco::UUID::toString() writes it (lower-case hex, 8-4-4-4-12),
     /// written without its per-digit appends: ids are written out on every element added.
     static std::string textOf(const Poco::UUID& uuid);
+    /// Appends textOf(uuid) to `text`, so a URI ending in an id is written in one string.
+    static void appendTextOf(const Poco::UUID& uuid, std::string& text);
+    /// Whether `text` is textOf(uuid), compared without writing a string: such a text reads
+    /// back as `uuid`, so a caller holding both can skip parsing it.
+    static bool isTextOf(const std::string& text, const Poco::UUID& uuid);
 };
 
 /// A UUID as a key of ordered containers: its 16 bytes in the UUID library's order (copyTo)
