@@ -8,6 +8,7 @@
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -450,7 +451,10 @@ bool PropertyIndex<TProperty>::insert(PropertyBase* property) {
     if (property == nullptr || property->getParent() == nullptr || property->getKey() != m_key) {
         return false;
     }
-    property_ptr typed = dynamic_cast<property_ptr>(property);
+    // Properties are mostly exactly TProperty: comparing the type spares the general cast.
+    property_ptr typed = typeid(*property) == typeid(property_type)
+                             ? static_cast<property_ptr>(property)
+                             : dynamic_cast<property_ptr>(property);
     return typed != nullptr && insert(typed);
 }
 

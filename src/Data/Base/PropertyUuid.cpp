@@ -16,16 +16,17 @@ constexpr std::size_t TEXT_SIZE = 36;
 // Writes the TEXT_SIZE characters of `uuid`'s text as Poco::UUID::toString() does.
 void writeText(const Poco::UUID& uuid, char* text) {
     static const char* const DIGITS = "0123456789abcdef";
+    // Where each byte's two digits go: the dashes stand at 8, 13, 18 and 23.
+    static const unsigned char AT[16] = {0,  2,  4,  6,  9,  11, 14, 16,
+                                         19, 21, 24, 26, 28, 30, 32, 34};
     char bytes[16];
     uuid.copyTo(bytes);
-    std::size_t at = 0;
     for (std::size_t i = 0; i < sizeof bytes; ++i) {
-        // The dashes stand before bytes 4, 6, 8 and 10.
-        if (i == 4 || i == 6 || i == 8 || i == 10) text[at++] = '-';
         const auto byte = static_cast<unsigned char>(bytes[i]);
-        text[at++] = DIGITS[byte >> 4];
-        text[at++] = DIGITS[byte & 0x0F];
+        text[AT[i]] = DIGITS[byte >> 4];
+        text[AT[i] + 1] = DIGITS[byte & 0x0F];
     }
+    text[8] = text[13] = text[18] = text[23] = '-';
 }
 
 }  // namespace
