@@ -198,9 +198,10 @@ private:
 
     OperationResult validateUpdate(const Poco::JSON::Object& json, KeyCollection& changed) const;
     void applyUpdate(const Poco::JSON::Object& json, const KeyCollection& changed);
-    OperationResult initPropertyFromMember(const Base::PropertyKey& key,
-                                           Base::PropertyBase* property,
-                                           const std::string& text);
+    // The result code alone: building a whole OperationResult per member costs a string.
+    OperationResult::Value initPropertyFromMember(const Base::PropertyKey& key,
+                                                  Base::PropertyBase* property,
+                                                  const std::string& text);
     OptionalPropertyBase* findOptional(const Base::PropertyKey& key) const;
     void raiseDataChanged(const DataChangedEventPayload& payload);
     void raiseCombined();

@@ -12,6 +12,7 @@
 #include <Poco/UUID.h>
 
 #include "Data/AbstractResource.h"
+#include "Data/Base/PropertyUuid.h"
 #include "Data/Element.h"
 #include "Data/OperationResult.h"
 
@@ -107,7 +108,8 @@ protected:
         : AbstractResource(service, typeName, name, id) {}
 
 private:
-    typedef std::map<Poco::UUID, Ptr> ElementMap;
+    // Keyed by UuidKey, which orders as Poco::UUID does: elements stay listed in id order.
+    typedef std::map<Base::UuidKey, Ptr> ElementMap;
 
     bool hasRequiredProperties(const Poco::JSON::Object& json) const;
     // modifyElement for any callable, so the container's own update pays no indirection.
@@ -182,7 +184,7 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
     element->adoptPropertyLock(*this);
     const OperationResult initialised = initElement(*element, json);
     if (!initialised.isSuccess()) return initialised;
-    const Poco::UUID id = element->getIdentification();
+    const Base::UuidKey id(element->getIdentification());
     // One search of the map serves both the duplicate check and the insertion.
     const auto next = m_elements.lower_bound(id);
     if (next != m_elements.end() && next->first == id) {
@@ -197,13 +199,13 @@ OperationResult ElementContainer<E>::addElement(const Poco::JSON::Object* json) 
 template <class E>
 bool ElementContainer<E>::hasElement(const Poco::UUID& id) const {
     Util::ScopedRecursiveReadLock lock(lockRef());
-    return m_elements.count(id) != 0;
+    return m_elements.count(Base::UuidKey(id)) != 0;
 }
 
 template <class E>
 OperationResult ElementContainer<E>::getElement(const Poco::UUID& id, Ptr& element) const {
     Util::ScopedRecursiveReadLock lock(lockRef());
-    const auto entry = m_elements.find(id);
+    const auto entry = m_elements.find(Base::UuidKey(id));
     if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
     element = entry->second;
     return OperationResult(OperationResult::OK);
@@ -242,7 +244,7 @@ OperationResult ElementContainer<E>::removeHeld(const Poco::UUID& id) {
     ElementMap removed;
     {
         Util::ScopedRecursiveWriteLock lock(lockRef());
-        const auto entry = m_elements.find(id);
+        const auto entry = m_elements.find(Base::UuidKey(id));
         if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
         unindexElementProperties(*entry->second);
         announceRemoved(*entry->second);
@@ -288,7 +290,7 @@ template <class E>
 template <typename Modify>
 OperationResult ElementContainer<E>::modifyHeld(const Poco::UUID& id, const Modify& modify) {
     Util::ScopedRecursiveWriteLock lock(lockRef());
-    const auto entry = m_elements.find(id);
+    const auto entry = m_elements.find(Base::UuidKey(id));
     if (entry == m_elements.end()) return OperationResult(OperationResult::NOT_FOUND);
     const OperationResult result = modify(*entry->second);
     // An update suppresses OptionalPropertySet: index what it created here.

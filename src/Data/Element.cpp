@@ -305,9 +305,9 @@ OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
             std::string written;
             const std::string& text =
                 value.isString() ? value.extract<std::string>() : (written = memberText(value));
-            const OperationResult result =
+            const OperationResult::Value result =
                 initPropertyFromMember(member.first, findProperty(member.first), text);
-            if (!result.isSuccess()) return result;
+            if (result != OperationResult::OK) return OperationResult(result);
         }
     }
     // Outside the element's lock: the resource's lock is taken before the element's.
@@ -318,14 +318,13 @@ OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
     return OperationResult(OperationResult::OK);
 }
 
-OperationResult Element::initPropertyFromMember(const PropertyKey& key, PropertyBase* property,
-                                                const std::string& text) {
+OperationResult::Value Element::initPropertyFromMember(const PropertyKey& key,
+                                                       PropertyBase* property,
+                                                       const std::string& text) {
     if (property != nullptr) {
-        if (setOwnPropertyValueFromString(text, *property)) {
-            return OperationResult(OperationResult::OK);
-        }
+        if (setOwnPropertyValueFromString(text, *property)) return OperationResult::OK;
         QES_LOG_ERROR(INIT_FAILED << key << " property has invalid value");
-        return OperationResult(OperationResult::INVALID_VALUE);
+        return OperationResult::INVALID_VALUE;
     }
     OptionalPropertyBase* optional = findOptional(key);
     if (optional == nullptr) {
@@ -334,9 +333,9 @@ OperationResult Element::initPropertyFromMember(const PropertyKey& key, Property
     }
     if (!setOwnPropertyValueFromString(text, *optional)) {
         QES_LOG_ERROR(INIT_FAILED << key << ": could not be initalised");
-        return OperationResult(OperationResult::INVALID_VALUE);
+        return OperationResult::INVALID_VALUE;
     }
-    return OperationResult(OperationResult::OK);
+    return OperationResult::OK;
 }
 
 bool Element::registerOptionalProperty(OptionalPropertyBase* optional) {
@@ -359,15 +358,19 @@ bool Element::setOwnPropertyValueFromString(const std::string& text,
 
 bool Element::adjustElementUri() {
     if (m_resource == nullptr) return false;
-    std::string resourceUri;
+    std::string uri;
     {
         Base::PropertyLockGuard guard(m_resource->getUri(), false);
         if (m_resource->getUri().getValue().empty()) return false;
         // The value's text is the URI library's text of the URI, kept: no need to write it again.
-        resourceUri = m_resource->getUri().getPropertyValue().toString();
+        uri = m_resource->getUri().getPropertyValue().toString();
     }
+    // "/" and the id's 36 characters follow: one allocation holds the whole text.
+    uri.reserve(uri.size() + 37);
+    uri += '/';
+    Base::PropertyValueUuid::appendTextOf(getIdentification(), uri);
     try {
-        return setUri(Base::PropertyValueUri(resourceUri + "/" + Base::PropertyValueUuid::textOf(getIdentification())));
+        return setUri(Base::PropertyValueUri(uri));
     } catch (const Poco::SyntaxException&) {
         return false;
     }

@@ -25,6 +25,19 @@ XObject::OwnerWrite::OwnerWrite(XObject& object, const Base::PropertyKey& key) :
 
 XObject::OwnerWrite::~OwnerWrite() { m_object.m_toBeModified = nullptr; }
 
+namespace {
+
+// The URI text of an object of `type` with `id`: the type's path, then the id.
+std::string pathOf(const Base::Object::Type& type, const PropertyValueUuid& id) {
+    std::string path;
+    path.reserve(type.path.size() + 36);
+    path += type.path;
+    PropertyValueUuid::appendTextOf(id.getValue(), path);
+    return path;
+}
+
+}  // namespace
+
 XObject::XObject(const Type& type)
     : Object(type, Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
       m_uuid(KEY_ID, this, PropertyValueUuid(Poco::UUID::null())),
@@ -42,7 +55,7 @@ XObject::XObject(std::shared_ptr<const Type> type, const PropertyValueString& na
     : Object(std::move(type), Kivo::RecursiveRWLockPtr(new Util::RecursiveRWLock)),
       m_uuid(KEY_ID, this, id),
       m_name(KEY_NAME, this, name),
-      m_uri(KEY_URI, this, PropertyValueUri(getType().path + Base::PropertyValueUuid::textOf(id.getValue()))) {
+      m_uri(KEY_URI, this, PropertyValueUri(pathOf(getType(), id))) {
     registerOwnProperties();
 }
 
@@ -130,6 +143,12 @@ bool XObject::setOwnPropertyValueFromString(const std::string& text,
                                             Base::PropertyBase& property) {
     ScopedRecursiveWriteLock lock(lockRef());
     OwnerWrite ownerWrite(*this, property.getKey());
+    // An element built from JSON holds the id its JSON names already: writing that id again
+    // needs no parse of the text. The write itself stays, with its events.
+    if (&property == &m_uuid && PropertyValueUuid::isTextOf(text, m_uuid.getValue())) {
+        const Poco::UUID id = m_uuid.getValue();
+        return m_uuid.setValue(id);
+    }
     return property.setValueFromString(text);
 }
 

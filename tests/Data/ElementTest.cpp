@@ -225,6 +225,41 @@ TEST_F(ElementTest, InitialisationNamesUnknownMembersInOrderAndRaisesChangesOnly
     EXPECT_EQ((std::vector<KeyCollection>{{"tags"}, {"title"}, {"readonly"}}), eventsSoFar());
 }
 
+TEST_F(ElementTest, AnIdMemberIsWrittenWhateverItsTextForm) {
+    const std::string own = element.getIdentification().toString();
+    std::string upper = own;
+    std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+    const struct {
+        std::string text;  // the "id" member
+        std::string id;    // the id afterwards; empty: refused
+    } rows[] = {
+        {own, own},                    // the id it holds, in the canonical text
+        {upper, own},                  // the same id in capitals
+        {uuidOf(7), uuidOf(7)},        // another id
+        {uuidOf(7), uuidOf(7)},        // that one again
+        {"00000000-0000-0000-0000-000000000000", ""},
+        {uuidOf(7).substr(1), ""},     // one digit short
+    };
+    for (const auto& row : rows) {
+        const std::string before = element.getIdentification().toString();
+        const auto json = parseObject("{\"id\":\"" + row.text + "\"}");
+        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+        const OperationResult result = element.initElementFromJSON(json.get());
+        const Texts lines = capture.texts();
+        const auto written = std::count(lines.begin(), lines.end(),
+                                        std::string("Trace: Property id has changed"));
+        if (row.id.empty()) {
+            EXPECT_EQ(OperationResult::INVALID_VALUE, result.value()) << row.text;
+            EXPECT_EQ(0, written) << row.text;
+            EXPECT_EQ(before, element.getIdentification().toString()) << row.text;
+        } else {
+            EXPECT_EQ(OperationResult::OK, result.value()) << row.text;
+            EXPECT_EQ(1, written) << row.text << ": an equal id is written, with its events";
+            EXPECT_EQ(row.id, element.getIdentification().toString()) << row.text;
+        }
+    }
+}
+
 // Elements of the test kind; "title" is required, deleting can be switched off.
 class Items : public Kivo::Test::TestContainer<TestElement> {
 public:
@@ -468,8 +503,21 @@ TEST(XObject, IdTextIsTheUuidText) {
         "a0000000-000b-00c0-0d00-e0000000000f",
     };
     for (const std::string& text : texts) {
-        EXPECT_EQ(text, Base::PropertyValueUuid::textOf(Poco::UUID(text)));
+        const Poco::UUID uuid(text);
+        EXPECT_EQ(text, Base::PropertyValueUuid::textOf(uuid));
+        std::string uri = "/a/";
+        Base::PropertyValueUuid::appendTextOf(uuid, uri);
+        EXPECT_EQ("/a/" + text, uri);
+        EXPECT_TRUE(Base::PropertyValueUuid::isTextOf(text, uuid)) << text;
+        std::string upper = text;
+        std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+        EXPECT_EQ(upper == text, Base::PropertyValueUuid::isTextOf(upper, uuid))
+            << "another text form of the same id is no textOf: " << text;
+        for (const std::string& other : {text + " ", text.substr(0, 35), std::string()}) {
+            EXPECT_FALSE(Base::PropertyValueUuid::isTextOf(other, uuid)) << '"' << other << '"';
+        }
     }
+    EXPECT_FALSE(Base::PropertyValueUuid::isTextOf(texts[2], Poco::UUID(texts[3])));
     for (int i = 0; i < 50; ++i) {
         const Poco::UUID drawn = Poco::UUIDGenerator::defaultGenerator().createRandom();
         EXPECT_EQ(drawn.toString(),

@@ -8,6 +8,7 @@
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -159,7 +160,7 @@ struct PropertyIndexKeysByText<PropertyValueFormatedString<F>> : std::true_type 
 template <class V>
 struct PropertyIndexKeysByValue : std::false_type {};
 
-/// UUIDs are keyed by the UUID.
+/// UUIDs are keyed by the UUID, held as a UuidKey.
 template <>
 struct PropertyIndexKeysByValue<PropertyValueUuid> : std::true_type {};
 
@@ -199,7 +200,8 @@ struct PropertyIndexKeysByValue<PropertyValueNumberBase<T>> : std::is_integral<T
 /// Memory: string kinds with a fixed-format check (PropertyIndexKeysByText) key their entries by
 /// the plain text and keep one copy of the value per format as the prototype find(text) reads with,
 /// one per value for custom patterns; UUIDs and integers (PropertyIndexKeysByValue) are keyed by
-/// the plain value, integers with one prototype per set of limits and resolution. The index's
+/// the plain value (a UUID as its UuidKey), integers with one prototype per set of limits and
+/// resolution. The index's
 /// record of a property (its object, its state, both watches) lives in the node of the entry the
 /// property was filed with, so a filed property costs one allocation, and its object is found
 /// through a table of pointers to those records. When the walk takes that entry while the record
@@ -212,9 +214,12 @@ class PropertyIndex : public PropertyIndexBase {
     static constexpr bool BY_TEXT = PropertyIndexKeysByText<value_kind>::value;
     static constexpr bool BY_VALUE = PropertyIndexKeysByValue<value_kind>::value;
     // Whether nodes keep a prototype for find(text): a UUID's check is the kind's alone.
-    static constexpr bool PROTOTYPED =
-        BY_TEXT || (BY_VALUE && !std::is_same_v<value_kind, PropertyValueUuid>);
-    typedef std::conditional_t<BY_TEXT || BY_VALUE, typename value_kind::value_type, value_kind>
+    static constexpr bool IS_UUID = std::is_same_v<value_kind, PropertyValueUuid>;
+    static constexpr bool PROTOTYPED = BY_TEXT || (BY_VALUE && !IS_UUID);
+    // UUIDs are keyed by UuidKey: the UUID library's ordering, compared inline.
+    typedef std::conditional_t<
+        IS_UUID, UuidKey,
+        std::conditional_t<BY_TEXT || BY_VALUE, typename value_kind::value_type, value_kind>>
         map_key;
     typedef std::conditional_t<BY_TEXT || BY_VALUE, std::less<>, PropertyIndexKeyLess<value_kind>>
         map_less;
@@ -226,7 +231,7 @@ public:
     typedef property_type* property_ptr;
     /// The value class entries are ordered by; each entry holds a copy of its property's value
     /// (its plain value, for the kinds PropertyIndexKeysByText and PropertyIndexKeysByValue
-    /// name).
+    /// name; a UUID's as its UuidKey).
     typedef typename TProperty::property_value key_type;
     /// The entries, value to the index's record of the property filed there, equal values in
     /// filing order.
@@ -320,9 +325,12 @@ private:
         std::uint32_t users;
     };
 
-    static const map_key& keyOf(const key_type& value) {
+    // A reference to the stored key for every kind but UUIDs, whose key is made.
+    static decltype(auto) keyOf(const key_type& value) {
         if constexpr (BY_TEXT) {
             return value.key_type::getValue();
+        } else if constexpr (IS_UUID) {
+            return UuidKey(value.key_type::getValue());
         } else if constexpr (BY_VALUE) {
             // The stored value itself, which the kind's typed operator< compares.
             return static_cast<const map_key&>(value);
@@ -341,8 +349,8 @@ private:
     // The text form of a plain key, as its value's toString() gives it.
     template <class Key>
     static std::string textOfValue(const Key& key) {
-        if constexpr (std::is_same_v<key_type, PropertyValueUuid>) {
-            return key_type(key).toString();
+        if constexpr (IS_UUID) {
+            return key_type(key.toUuid()).toString();
         } else {
             return key_type(key, {}, {}, {}).toString();
         }
@@ -443,7 +451,10 @@ bool PropertyIndex<TProperty>::insert(PropertyBase* property) {
     if (property == nullptr || property->getParent() == nullptr || property->getKey() != m_key) {
         return false;
     }
-    property_ptr typed = dynamic_cast<property_ptr>(property);
+    // Properties are mostly exactly TProperty: comparing the type spares the general cast.
+    property_ptr typed = typeid(*property) == typeid(property_type)
+                             ? static_cast<property_ptr>(property)
+                             : dynamic_cast<property_ptr>(property);
     return typed != nullptr && insert(typed);
 }
 
@@ -469,8 +480,9 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
 template <class TProperty>
 bool PropertyIndex<TProperty>::inRangeOf(position entry, const key_type& value) const {
     const map_less less;
-    return entry != m_index.end() && !less(entry->first, keyOf(value)) &&
-           !less(keyOf(value), entry->first);
+    if (entry == m_index.end()) return false;
+    const auto& key = keyOf(value);
+    return !less(entry->first, key) && !less(key, entry->first);
 }
 
 template <class TProperty>

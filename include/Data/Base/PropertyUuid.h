@@ -1,6 +1,7 @@
 #ifndef QESSERVICEDATALIB_DATA_BASE_PROPERTYUUID_H
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYUUID_H
 
+#include <cstdint>
 #include <string>
 
 #include <Poco/Dynamic/Var.h>
@@ -40,6 +41,52 @@ public:
     /// The text of `uuid` as Poco::UUID::toString() writes it (lower-case hex, 8-4-4-4-12),
     /// written without its per-digit appends: ids are written out on every element added.
     static std::string textOf(const Poco::UUID& uuid);
+    /// Appends textOf(uuid) to `text`, so a URI ending in an id is written in one string.
+    static void appendTextOf(const Poco::UUID& uuid, std::string& text);
+    /// Whether `text` is textOf(uuid), compared without writing a string: such a text reads
+    /// back as `uuid`, so a caller holding both can skip parsing it.
+    static bool isTextOf(const std::string& text, const Poco::UUID& uuid);
+};
+
+/// A UUID as a key of ordered containers: its 16 bytes in the UUID library's order (copyTo)
+/// held as two big-endian 64-bit words. Comparing the words byte-wise is comparing the UUIDs
+/// field by field, unsigned, which is Poco::UUID's operator<; unlike that operator, it is two
+/// inline comparisons instead of a call per field. A plain value: copy it freely.
+class UuidKey {
+public:
+    /// The key of the null UUID.
+    UuidKey() = default;
+    /// The key of `uuid`.
+    explicit UuidKey(const Poco::UUID& uuid) {
+        char bytes[16];
+        uuid.copyTo(bytes);
+        m_high = wordAt(bytes);
+        m_low = wordAt(bytes + 8);
+    }
+
+    /// The UUID the key was made from.
+    Poco::UUID toUuid() const;
+
+    /// Whether `a`'s UUID orders before `b`'s, as Poco::UUID's operator< answers.
+    friend bool operator<(const UuidKey& a, const UuidKey& b) {
+        return a.m_high < b.m_high || (a.m_high == b.m_high && a.m_low < b.m_low);
+    }
+    /// Whether both keys stand for the same UUID.
+    friend bool operator==(const UuidKey& a, const UuidKey& b) {
+        return a.m_high == b.m_high && a.m_low == b.m_low;
+    }
+    /// Whether the keys stand for different UUIDs.
+    friend bool operator!=(const UuidKey& a, const UuidKey& b) { return !(a == b); }
+
+private:
+    static std::uint64_t wordAt(const char* bytes) {
+        std::uint64_t word = 0;
+        for (int i = 0; i < 8; ++i) word = word << 8 | static_cast<unsigned char>(bytes[i]);
+        return word;
+    }
+
+    std::uint64_t m_high = 0;
+    std::uint64_t m_low = 0;
 };
 
 }  // namespace Kivo::Data::Base

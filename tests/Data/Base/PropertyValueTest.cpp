@@ -3,6 +3,7 @@
 #include <climits>
 #include <functional>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -269,6 +270,40 @@ TEST(PropertyValue, ComparesWithinLikeKindsOnly) {
     EXPECT_FALSE(two != PropertyValueUri("http://two/a"));
     EXPECT_THROW(PropertyValue<bool>::convert(static_cast<const PropertyValueBase&>(five)),
                  std::runtime_error);
+}
+
+TEST(UuidKey, OrdersAndComparesAsTheUuidLibrary) {
+    // Pairs differing in one field each, with the top bit of the deciding byte set on one side:
+    // a signed comparison, or a word assembled in the wrong byte order, gets one of them wrong.
+    const std::vector<std::pair<std::string, std::string>> pairs = {
+        {"00000001-ffff-ffff-ffff-ffffffffffff", "80000000-0000-0000-0000-000000000000"},
+        {"12345678-0001-ffff-ffff-ffffffffffff", "12345678-8000-0000-0000-000000000000"},
+        {"12345678-9abc-00ff-ffff-ffffffffffff", "12345678-9abc-8000-0000-000000000000"},
+        {"12345678-9abc-def0-00ff-ffffffffffff", "12345678-9abc-def0-8000-000000000000"},
+        {"12345678-9abc-def0-1234-7fffffffffff", "12345678-9abc-def0-1234-800000000000"},
+        {"12345678-9abc-def0-1234-56789abcde7f", "12345678-9abc-def0-1234-56789abcde80"},
+        {"6ba7b810-9dad-11d1-80b4-00c04fd430c8", "6ba7b810-9dad-11d1-80b4-00c04fd430c8"},
+    };
+    std::vector<std::pair<Poco::UUID, Poco::UUID>> cases;
+    for (const auto& pair : pairs) cases.emplace_back(Poco::UUID(pair.first), Poco::UUID(pair.second));
+    std::mt19937 random(19);
+    const auto draw = [&random] {
+        char bytes[16];
+        for (char& byte : bytes) byte = static_cast<char>(random() & 0xFF);
+        Poco::UUID uuid;
+        uuid.copyFrom(bytes);
+        return uuid;
+    };
+    for (int i = 0; i < 200; ++i) cases.emplace_back(draw(), draw());
+    for (const auto& [a, b] : cases) {
+        const std::string both = a.toString() + " / " + b.toString();
+        EXPECT_EQ(a < b, UuidKey(a) < UuidKey(b)) << both;
+        EXPECT_EQ(b < a, UuidKey(b) < UuidKey(a)) << both;
+        EXPECT_EQ(a == b, UuidKey(a) == UuidKey(b)) << both;
+        EXPECT_EQ(a != b, UuidKey(a) != UuidKey(b)) << both;
+        EXPECT_EQ(a, UuidKey(a).toUuid()) << both;
+    }
+    EXPECT_TRUE(UuidKey() == UuidKey(Poco::UUID::null()));
 }
 
 TEST(PropertyValue, MatchesTheWholeTextOnly) {
