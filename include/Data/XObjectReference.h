@@ -13,6 +13,7 @@
 #include <Poco/JSON/Object.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
+#include <Poco/UUID.h>
 
 #include "Data/Base/Object.h"
 #include "Data/Base/Property.h"
@@ -55,6 +56,8 @@ public:
     static std::unique_ptr<DummyObject> createFromUri(const std::string& uri);
 
 private:
+    friend class ElementLocation;
+
     explicit DummyObject(const Type& type);
     DummyObject(const Type& type, const Poco::JSON::Object* json);
 
@@ -62,6 +65,43 @@ private:
     static std::vector<std::string> elementSegments(const Base::PropertyValueUri& uri);
     // The placeholder type for an element URI's segments.
     static Type typeOf(const std::vector<std::string>& segments);
+};
+
+/// The element an element URI "/<service>/<resource>/<uuid>" names, read without making its
+/// placeholder: the type path "/<service>/<resource>/" (the path of the placeholder's type, and
+/// the key under which a LocalReferenceResolver files that resource) and the id. Resolvers that
+/// need the placeholder itself ask for it; it is made once, on the first request, and the
+/// location owns it. The URI text is not copied and must outlive the location.
+class ElementLocation {
+public:
+    /// Reads `uri` as DummyObject::createFromUri does, throwing and logging what it throws and
+    /// logs for an unsuitable URI or a third segment that is no UUID. A null UUID is read as it
+    /// is: only the placeholder refuses it.
+    explicit ElementLocation(const std::string& uri);
+    /// The text must outlive the location.
+    explicit ElementLocation(std::string&&) = delete;
+    /// Takes over `other`'s URI, type path, id and placeholder.
+    ElementLocation(ElementLocation&& other) = default;
+    ElementLocation(const ElementLocation&) = delete;
+    ElementLocation& operator=(const ElementLocation&) = delete;
+    ~ElementLocation();
+
+    /// "/<service>/<resource>/".
+    const std::string& typePath() const { return m_typePath; }
+    /// The element's id; null when the URI names the null UUID.
+    const Poco::UUID& id() const { return m_id; }
+    /// DummyObject::createFromUri of the URI, made on the first call and owned by the location.
+    /// Throws what createFromUri throws (for a null id, after its error line).
+    XObject* placeholder() const;
+    /// The placeholder as placeholder() gives it, now owned by the caller; the next call makes
+    /// another.
+    std::unique_ptr<XObject> releasePlaceholder();
+
+private:
+    const std::string* m_uri;  // not owned
+    std::string m_typePath;
+    Poco::UUID m_id;
+    mutable std::unique_ptr<XObject> m_placeholder;
 };
 
 /// A property value that points at another object (an XObject, usually an element) by type and
@@ -141,7 +181,9 @@ public:
     /// False, changing nothing, for a target isValidValue refuses (null included).
     bool setValue(const value_type& target) override;
     /// Parses `text` (see parseString) and stores the live target it resolves to, else the
-    /// placeholder. False, changing nothing, when parsing fails or the target is refused.
+    /// placeholder. False, changing nothing, when parsing fails or the target is refused. An
+    /// element URI is looked up through the resolver's resolveLocation, so that no placeholder
+    /// is made where the target resolves at once.
     bool setValueFromString(const std::string& text) override;
     /// False for null; otherwise whether the allowed set is empty or holds the target's type
     /// identifier.
@@ -214,6 +256,11 @@ private:
     // What the resolver answers for `placeholder`; false without placeholder or resolver. An
     // exception from the resolver is logged and answers false.
     bool resolveReference(XObject* const& placeholder, XObject*& result) const;
+    // What the resolver answers for `location`, as resolveReference does for a placeholder.
+    bool resolveLocation(const ElementLocation& location, XObject*& result) const;
+    // Stores the target or placeholder an element URI gives, as setValueFromString does for a
+    // text that is no JSON. REQUIRES: m_mutexValue.
+    bool setValueFromLocation(ElementLocation& location);
     // The other side's current target, resolved where it is a reference.
     // REQUIRES: the other side's m_mutexValue where it is a reference.
     static XObject* targetOf(const Base::PropertyValue<XObject*>& other);

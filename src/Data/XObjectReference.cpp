@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <typeinfo>
 #include <unordered_map>
 #include <utility>
@@ -29,9 +30,13 @@ const char* const TYPE_NAME_SUFFIX = "Object";
 // How often a reference's lock is tried before its waiter yields the processor.
 constexpr unsigned SPINS_BEFORE_YIELD = 64;
 
-// Runs `make`; an exception is logged at trace level after `failure` and gives null.
+const char* const FROM_URI_FAILED = "Failed to create XObject Reference from URI: ";
+const char* const NO_JSON = "String representation of XObject reference is no valid JSON string";
+const char* const PARSE_FAILED = "Failed to parse string representation for XObject refrence";
+
+// Runs `make`; an exception is logged at trace level after `failure` and gives an empty result.
 template <typename Make>
-std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
+auto createOrTrace(Make make, const char* failure) -> decltype(make()) {
     try {
         return make();
     } catch (const Poco::Exception& error) {
@@ -39,7 +44,22 @@ std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
     } catch (const std::exception& error) {
         QES_LOG_TRACE(failure << error.what());
     }
-    return nullptr;
+    return {};
+}
+
+// Runs `ask`, a question to a resolver; an exception is logged and answers false.
+template <typename Ask>
+bool askOrLog(Ask ask) {
+    try {
+        return ask();
+    } catch (const std::exception& error) {
+        QES_LOG_ERROR(
+            "Caught Exception while trying to resolve XObject reference: " << error.what());
+    } catch (...) {
+        QES_LOG_ERROR("Caught Exception while trying to resolve XObject reference: "
+                      << "unknown exception");
+    }
+    return false;
 }
 
 // False where the JSON parser is sure to refuse `text` for its first character: a slash, as an
@@ -167,6 +187,31 @@ std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) 
     placeholder->setName(Base::PropertyValueString(UNIDENTIFIED_NAME));
     placeholder->setUri(value);
     return placeholder;
+}
+
+// ---------------------------------------------------------------------------------------------
+// ElementLocation
+
+ElementLocation::ElementLocation(const std::string& uri) : m_uri(&uri) {
+    // The steps of DummyObject::createFromUri up to its id, so that they throw and log alike.
+    const std::vector<std::string> segments =
+        DummyObject::elementSegments(Base::PropertyValueUri(uri));
+    m_id = Poco::UUID(segments[2]);
+    // DummyObject::typeOf's path, without building its type.
+    m_typePath.reserve(segments[0].size() + segments[1].size() + 3);
+    m_typePath.append("/").append(segments[0]).append("/").append(segments[1]).append("/");
+}
+
+ElementLocation::~ElementLocation() = default;
+
+XObject* ElementLocation::placeholder() const {
+    if (m_placeholder == nullptr) m_placeholder = DummyObject::createFromUri(*m_uri);
+    return m_placeholder.get();
+}
+
+std::unique_ptr<XObject> ElementLocation::releasePlaceholder() {
+    placeholder();
+    return std::move(m_placeholder);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -369,16 +414,12 @@ const XObjectReference::value_type& XObjectReference::getValuePriv() const {
 
 bool XObjectReference::resolveReference(XObject* const& placeholder, XObject*& result) const {
     if (placeholder == nullptr || m_resolver == nullptr) return false;
-    try {
-        return m_resolver->resolve(placeholder, result);
-    } catch (const std::exception& error) {
-        QES_LOG_ERROR(
-            "Caught Exception while trying to resolve XObject reference: " << error.what());
-    } catch (...) {
-        QES_LOG_ERROR("Caught Exception while trying to resolve XObject reference: "
-                      << "unknown exception");
-    }
-    return false;
+    return askOrLog([&] { return m_resolver->resolve(placeholder, result); });
+}
+
+bool XObjectReference::resolveLocation(const ElementLocation& location, XObject*& result) const {
+    if (m_resolver == nullptr) return false;
+    return askOrLog([&] { return m_resolver->resolveLocation(location, result); });
 }
 
 XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
@@ -438,12 +479,39 @@ bool XObjectReference::setValue(const value_type& target) {
 }
 
 bool XObjectReference::setValueFromString(const std::string& text) {
+    if (!mayBeJSON(text)) {
+        // parseString's way for such a text, with its log lines, but the resolver is asked
+        // before any placeholder is made: most references name an element that is there.
+        QES_LOG_TRACE(NO_JSON);
+        std::optional<ElementLocation> location = createOrTrace(
+            [&text] { return std::optional<ElementLocation>(std::in_place, text); },
+            FROM_URI_FAILED);
+        if (!location.has_value()) {
+            QES_LOG_WARNING(PARSE_FAILED);
+            return false;
+        }
+        std::lock_guard<ValueLock> lock(m_mutexValue);
+        return setValueFromLocation(*location);
+    }
     XObject* parsed = nullptr;
     if (!parseString(text, parsed)) return false;
     const std::unique_ptr<XObject> placeholder(parsed);
     std::lock_guard<ValueLock> lock(m_mutexValue);
     XObject* resolved = nullptr;
     if (resolveReference(placeholder.get(), resolved)) return setValue(resolved);
+    return setValue(placeholder.get());
+}
+
+bool XObjectReference::setValueFromLocation(ElementLocation& location) {
+    XObject* resolved = nullptr;
+    // A null id makes no placeholder, so it is never asked for.
+    if (!location.id().isNull() && resolveLocation(location, resolved)) return setValue(resolved);
+    const std::unique_ptr<XObject> placeholder =
+        createOrTrace([&location] { return location.releasePlaceholder(); }, FROM_URI_FAILED);
+    if (placeholder == nullptr) {
+        QES_LOG_WARNING(PARSE_FAILED);
+        return false;
+    }
     return setValue(placeholder.get());
 }
 
@@ -496,16 +564,16 @@ bool XObjectReference::parseString(const std::string& text, value_type& out) con
     }
     std::unique_ptr<DummyObject> placeholder;
     if (!isJSON) {
-        QES_LOG_TRACE("String representation of XObject reference is no valid JSON string");
+        QES_LOG_TRACE(NO_JSON);
         placeholder = createOrTrace([&text] { return DummyObject::createFromUri(text); },
-                                    "Failed to create XObject Reference from URI: ");
+                                    FROM_URI_FAILED);
     } else if (json.type() == typeid(Poco::JSON::Object::Ptr)) {
         const Poco::JSON::Object::Ptr object = json.extract<Poco::JSON::Object::Ptr>();
         placeholder = createOrTrace([&object] { return DummyObject::createFromJSON(object); },
                                     "Failed to create XObject Reference from JSON: ");
     }
     if (placeholder == nullptr) {
-        QES_LOG_WARNING("Failed to parse string representation for XObject refrence");
+        QES_LOG_WARNING(PARSE_FAILED);
         return false;
     }
     out = placeholder.release();

@@ -98,6 +98,21 @@ public:
     PropertyXObjectReference about;
 };
 
+// Answers a fixed object (null: fails after nulling the result) and counts the questions.
+class FixedResolver : public IReferenceResolver {
+public:
+    explicit FixedResolver(XObject* answer) : m_answer(answer) {}
+    bool resolve(XObject*, XObject*& result) const override {
+        ++calls;
+        result = m_answer;
+        return m_answer != nullptr;
+    }
+    mutable int calls = 0;
+
+private:
+    XObject* m_answer;
+};
+
 class XObjectReferenceTest : public ::testing::Test {
 protected:
     XObjectReferenceTest() { resolver.addSource(&contacts); }
@@ -145,6 +160,13 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         EXPECT_EQ(row.type + R"( {"id":")" + alice + R"(","name":"unidentified element","uri":")" +
                       (row.written.empty() ? row.uri : row.written) + "\"}",
                   identity(*placeholder));
+        // The location reads the same type path and id without a placeholder.
+        ScopedLogCapture quiet(Poco::Message::PRIO_TRACE);
+        const ElementLocation location(row.uri);
+        EXPECT_EQ(placeholder->getType().path, location.typePath()) << row.uri;
+        EXPECT_EQ(placeholder->getIdentification(), location.id()) << row.uri;
+        EXPECT_EQ(Texts{}, quiet.texts()) << row.uri;
+        EXPECT_EQ(identity(*placeholder), identity(*location.placeholder())) << row.uri;
     }
     // The null UUID is no id.
     {
@@ -445,6 +467,69 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
         EXPECT_EQ(!row.accepted, reference.isNull()) << row.text;
     }
 
+    // Element URIs go to the resolver before any placeholder is made, except for resolvers that
+    // only resolve placeholders: the lines, results and values are those of the placeholder's
+    // way but for the lines of the placeholder's own writes, where no placeholder is needed.
+    add(contacts, "Alice", ALICE);
+    Service& phone = service;
+    FixedResolver answersAlice(&Kivo::Test::elementOf<Contact>(contacts, ALICE));
+    // The placeholder made, copied into the reference and dropped.
+    const Texts madeAndKept{NO_JSON,
+                            "Trace: Property id has changed",
+                            "Trace: Property name has changed",
+                            "Trace: Property uri has changed",
+                            "Trace: Property uri was destroyed",
+                            "Trace: Property name was destroyed",
+                            "Trace: Property id was destroyed"};
+    const std::string null = "/Phone/contacts/" + Poco::UUID::null().toString();
+    struct Lookup {
+        std::string text;
+        IReferenceResolver* resolver;
+        bool accepted;
+        const char* name;  // the value's; null where refused
+        Texts lines;       // all, the placeholder's writes included
+    };
+    const std::vector<Lookup> lookups = {
+        {contactUri(ALICE), &resolver, true, "Alice", {NO_JSON}},
+        {contactUri(ALICE), &phone, true, "Alice", {NO_JSON}},
+        {contactUri(BOB), &phone, true, UNIDENTIFIED, madeAndKept},
+        {"/Phone/notes/" + ID, &phone, true, UNIDENTIFIED, madeAndKept},
+        {contactUri(BOB), nullptr, true, UNIDENTIFIED, madeAndKept},
+        // A resolver of placeholders only is asked with the placeholder it then keeps.
+        {contactUri(BOB), &answersAlice, true, "Alice", madeAndKept},
+        {null,
+         &phone,
+         false,
+         nullptr,
+         {NO_JSON, "Error: Failed to init property id for contactObject: invalid value",
+          "Trace: Failed to create XObject Reference from URI: Data error: Failed to initialise "
+          "XObject from JSON object!",
+          PARSE_FAILED}},
+        {"/Phone/contacts/not-a-uuid",
+         &phone,
+         false,
+         nullptr,
+         {NO_JSON, "Trace: Failed to create XObject Reference from URI: Syntax error: not-a-uuid",
+          PARSE_FAILED}},
+    };
+    for (const Lookup& row : lookups) {
+        XObjectReference reference(row.resolver);
+        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+        EXPECT_EQ(row.accepted, reference.setValueFromString(row.text)) << row.text;
+        Texts lines = capture.texts();
+        // Only the null id's placeholder logs its property lines.
+        if (row.name == nullptr) lines = referenceLines(capture);
+        EXPECT_EQ(row.lines, lines) << row.text;
+        if (row.name == nullptr) {
+            EXPECT_TRUE(reference.isNull()) << row.text;
+            continue;
+        }
+        EXPECT_EQ(row.name, reference.getValue()->getName().getValue()) << row.text;
+        EXPECT_EQ(std::string(row.name) == "Alice", reference.isResolvedReference()) << row.text;
+    }
+    EXPECT_EQ(1, answersAlice.calls);
+    remove(ALICE);
+
     class ThrowingResolver : public IReferenceResolver {
     public:
         bool resolve(XObject*, XObject*&) const override { throw std::runtime_error("boom"); }
@@ -658,6 +743,19 @@ TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndResolvesByTypePathAnd
         EXPECT_EQ(row.resolved, resolver.resolve(&reference, result)) << row.path << row.id;
         EXPECT_EQ(row.resolved ? alice.get() : nullptr, result) << row.path << row.id;
     }
+    // By location: the same lookup, from an element URI.
+    const std::pair<std::string, bool> locations[] = {
+        {"/Phone/contacts/" + ID, true},
+        {"/phone/contacts/" + ID, false},
+        {"/Phone/contacts/" + std::string(BOB), false},
+        {"/Phone/albums/" + ID, false},
+    };
+    for (const auto& [uri, resolved] : locations) {
+        XObject* found = &contacts;
+        EXPECT_EQ(resolved, resolver.resolveLocation(ElementLocation(uri), found)) << uri;
+        EXPECT_EQ(resolved ? alice.get() : nullptr, found) << uri;
+        EXPECT_FALSE(LocalReferenceResolver().resolveLocation(ElementLocation(uri), found));
+    }
     XObject* result = alice.get();
     EXPECT_FALSE(resolver.resolve(nullptr, result));
     EXPECT_EQ(nullptr, result);
@@ -665,21 +763,6 @@ TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndResolvesByTypePathAnd
     EXPECT_FALSE(LocalReferenceResolver().resolve(alice.get(), result));
     EXPECT_EQ(nullptr, result);
 }
-
-// Answers a fixed object (null: fails after nulling the result) and counts the questions.
-class FixedResolver : public IReferenceResolver {
-public:
-    explicit FixedResolver(XObject* answer) : m_answer(answer) {}
-    bool resolve(XObject*, XObject*& result) const override {
-        ++calls;
-        result = m_answer;
-        return m_answer != nullptr;
-    }
-    mutable int calls = 0;
-
-private:
-    XObject* m_answer;
-};
 
 TEST(CombinedReferenceResolver, AsksResolversInOrderOfAdditionUntilOneAnswers) {
     XObject a(XObject::Type("Thing")), b(XObject::Type("Thing"));
@@ -703,12 +786,20 @@ TEST(CombinedReferenceResolver, AsksResolversInOrderOfAdditionUntilOneAnswers) {
         EXPECT_EQ(row.expected, result);
         EXPECT_EQ(1, first.calls);
         EXPECT_EQ(row.secondCalls, second.calls);
+        // By location, each resolver answers through resolve() with the location's placeholder.
+        const std::string uri = "/Phone/contacts/" + ID;
+        const ElementLocation location(uri);
+        result = &a;
+        EXPECT_EQ(row.expected != nullptr, chain.resolveLocation(location, result));
+        EXPECT_EQ(row.expected, result);
+        EXPECT_EQ(2, first.calls);
+        EXPECT_EQ(2 * row.secondCalls, second.calls);
 
         EXPECT_FALSE(chain.removeReferenceResolver(nullptr));
         EXPECT_TRUE(chain.removeReferenceResolver(&first));
         EXPECT_FALSE(chain.removeReferenceResolver(&first));
         EXPECT_EQ(row.second != nullptr, chain.resolve(&a, result));
-        EXPECT_EQ(1, first.calls) << "a removed resolver is not asked";
+        EXPECT_EQ(2, first.calls) << "a removed resolver is not asked";
     }
 }
 
