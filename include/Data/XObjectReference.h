@@ -6,7 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <thread>
+#include <string_view>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
@@ -98,6 +98,9 @@ public:
     std::unique_ptr<XObject> releasePlaceholder();
 
 private:
+    // Reads the id and the type path from the URI's segments.
+    void locate(std::string_view service, std::string_view resource, std::string_view id);
+
     const std::string* m_uri;  // not owned
     std::string m_typePath;
     Poco::UUID m_id;
@@ -129,7 +132,7 @@ private:
 /// set of every other reference, its copies included, stays as it was.
 ///
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
-/// types and the resolver. It is two words that a waiting thread spins on, then yields on:
+/// types and the resolver. It is one word that a waiting thread spins on, then yields on:
 /// held for one operation of the reference, it is seldom contended, and every index entry
 /// over references holds a copy of the reference with its lock. Holding it, a read takes the
 /// read side of the target's tree lock (comparisons, matches, toJSON) and resolution takes the
@@ -233,7 +236,7 @@ private:
     class PairLock;
     class Watchers;
 
-    // A recursive lock of two words, for BasicLockable holders.
+    // A recursive lock of one word, for BasicLockable holders.
     class ValueLock {
     public:
         ValueLock() = default;
@@ -246,8 +249,9 @@ private:
         void unlock();
 
     private:
-        std::atomic<std::thread::id> m_owner{};  // the holder, or no thread
-        std::uint32_t m_depth = 0;               // the holder's count; only it touches it
+        // The holder's thread number (see lock()) in the upper half, 0 for none, and its count
+        // of holds in the lower half; only the holder changes the count.
+        std::atomic<std::uint64_t> m_state{0};
     };
 
     // The live target, resolving the placeholder if need be, else the placeholder, else null.

@@ -7,7 +7,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <optional>
+#include <string_view>
 #include <typeinfo>
 #include <unordered_map>
 #include <utility>
@@ -33,6 +35,47 @@ constexpr unsigned SPINS_BEFORE_YIELD = 64;
 const char* const FROM_URI_FAILED = "Failed to create XObject Reference from URI: ";
 const char* const NO_JSON = "String representation of XObject reference is no valid JSON string";
 const char* const PARSE_FAILED = "Failed to parse string representation for XObject refrence";
+
+constexpr unsigned OWNER_SHIFT = 32;
+constexpr std::uint64_t ONE_HOLD = 1;
+constexpr std::uint64_t HOLDS = 0xffffffffu;  // the count's half of a lock's state
+
+// The calling thread's number for reference locks: given on first use, never 0, and not given
+// again while fewer than 2^32 threads have asked for one.
+std::uint64_t threadNumber() {
+    static std::atomic<std::uint32_t> last{0};
+    // Constant-initialised, so that reading it needs no initialisation guard, and in the
+    // initial-exec model, so that it is one load: every lock of a reference reads it.
+    static thread_local std::uint64_t number __attribute__((tls_model("initial-exec"))) = 0;
+    while (number == 0) number = last.fetch_add(1, std::memory_order_relaxed) + 1;
+    return number;
+}
+
+// Splits `uri` into its three path segments where it is a path the URI library reads as it is
+// (an absolute path of unreserved characters and slashes, not starting with "//", as
+// PropertyValueUri keeps without parsing) and has three; false for anything else.
+bool splitElementPath(const std::string& uri, std::string_view (&parts)[3]) {
+    if (uri.size() < 2 || uri[0] != '/' || uri[1] == '/') return false;
+    std::size_t count = 0;
+    std::size_t begin = 0;
+    for (std::size_t at = 0; at <= uri.size(); ++at) {
+        const char c = at < uri.size() ? uri[at] : '/';
+        if (c != '/') {
+            const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                               (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' ||
+                               c == '~';
+            if (!plain) return false;
+            continue;
+        }
+        // The URI library's split leaves out empty parts.
+        if (at > begin) {
+            if (count == 3) return false;
+            parts[count++] = std::string_view(uri).substr(begin, at - begin);
+        }
+        begin = at + 1;
+    }
+    return count == 3;
+}
 
 // Runs `make`; an exception is logged at trace level after `failure` and gives an empty result.
 template <typename Make>
@@ -193,13 +236,23 @@ std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) 
 // ElementLocation
 
 ElementLocation::ElementLocation(const std::string& uri) : m_uri(&uri) {
+    std::string_view parts[3];
+    if (splitElementPath(uri, parts)) {
+        locate(parts[0], parts[1], parts[2]);
+        return;
+    }
     // The steps of DummyObject::createFromUri up to its id, so that they throw and log alike.
     const std::vector<std::string> segments =
         DummyObject::elementSegments(Base::PropertyValueUri(uri));
-    m_id = Poco::UUID(segments[2]);
+    locate(segments[0], segments[1], segments[2]);
+}
+
+void ElementLocation::locate(std::string_view service, std::string_view resource,
+                             std::string_view id) {
+    m_id.parse(std::string(id));
     // DummyObject::typeOf's path, without building its type.
-    m_typePath.reserve(segments[0].size() + segments[1].size() + 3);
-    m_typePath.append("/").append(segments[0]).append("/").append(segments[1]).append("/");
+    m_typePath.reserve(service.size() + resource.size() + 3);
+    m_typePath.append("/").append(service).append("/").append(resource).append("/");
 }
 
 ElementLocation::~ElementLocation() = default;
@@ -218,25 +271,30 @@ std::unique_ptr<XObject> ElementLocation::releasePlaceholder() {
 // XObjectReference
 
 void XObjectReference::ValueLock::lock() {
-    const std::thread::id self = std::this_thread::get_id();
-    // Only this thread stores its own id, so a relaxed read suffices to see that it holds.
-    if (m_owner.load(std::memory_order_relaxed) == self) {
-        ++m_depth;
+    const std::uint64_t self = threadNumber() << OWNER_SHIFT;
+    // Only the holder stores its own number, so a relaxed read suffices to see that it holds.
+    const std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    if ((state & ~HOLDS) == self) {
+        m_state.store(state + ONE_HOLD, std::memory_order_relaxed);
         return;
     }
     for (unsigned spins = 0;; ++spins) {
-        std::thread::id none;
-        if (m_owner.compare_exchange_weak(none, self, std::memory_order_acquire,
+        std::uint64_t none = 0;
+        if (m_state.compare_exchange_weak(none, self | ONE_HOLD, std::memory_order_acquire,
                                           std::memory_order_relaxed)) {
-            break;
+            return;
         }
         if (spins >= SPINS_BEFORE_YIELD) std::this_thread::yield();
     }
-    m_depth = 1;
 }
 
 void XObjectReference::ValueLock::unlock() {
-    if (--m_depth == 0) m_owner.store(std::thread::id(), std::memory_order_release);
+    const std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    if ((state & HOLDS) == ONE_HOLD) {
+        m_state.store(0, std::memory_order_release);
+    } else {
+        m_state.store(state - ONE_HOLD, std::memory_order_relaxed);
+    }
 }
 
 // Holds the mutexes of two references (or of one, where the other side is a plain value or

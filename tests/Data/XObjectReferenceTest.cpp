@@ -146,6 +146,8 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         {"/Shop/classess/" + alice, "classesObject Shop.classess.classesObject /Shop/classess/",
          ""},
         {"http://host:8080" + contactUri(ALICE), contact, ""},
+        // Empty segments are left out.
+        {"/Phone//contacts/" + alice + "/", contact, ""},
         // The id is the UUID's text, the URI the URI library's.
         {"/Phone/co%6Etacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8", contact,
          "/Phone/contacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8"},
@@ -176,18 +178,26 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         EXPECT_EQ((Texts{"Error: Failed to init property id for contactObject: invalid value"}),
                   referenceLines(capture));
     }
-    for (const std::string& uri : {std::string("/Phone/contacts"), contactUri(ALICE) + "/more",
-                                   std::string("/"), std::string()}) {
-        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
-        try {
-            DummyObject::createFromUri(uri);
-            ADD_FAILURE() << uri << ": no exception";
-        } catch (const Poco::InvalidArgumentException& error) {
-            EXPECT_EQ("Invalid XObject URI", error.message()) << uri;
+    // A location refuses what the placeholder refuses, with the same line.
+    const std::function<void(const std::string&)> makers[] = {
+        [](const std::string& uri) { DummyObject::createFromUri(uri); },
+        [](const std::string& uri) { ElementLocation{uri}; },
+    };
+    for (const auto& make : makers) {
+        for (const std::string& uri :
+             {std::string("/Phone/contacts"), contactUri(ALICE) + "/more", std::string("/"),
+              std::string(), "//Phone" + contactUri(ALICE)}) {
+            ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+            try {
+                make(uri);
+                ADD_FAILURE() << uri << ": no exception";
+            } catch (const Poco::InvalidArgumentException& error) {
+                EXPECT_EQ("Invalid XObject URI", error.message()) << uri;
+            }
+            EXPECT_EQ(Texts{BAD_URI}, capture.texts()) << uri;
         }
-        EXPECT_EQ(Texts{BAD_URI}, capture.texts()) << uri;
+        EXPECT_THROW(make("/Phone/contacts/not-a-uuid"), Poco::SyntaxException);
     }
-    EXPECT_THROW(DummyObject::createFromUri("/Phone/contacts/not-a-uuid"), Poco::SyntaxException);
 }
 
 TEST_F(XObjectReferenceTest, NullReferenceHasNoValue) {
