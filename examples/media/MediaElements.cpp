@@ -6,6 +6,7 @@ namespace Media {
 
 using Kivo::Data::Base::PropertyBase;
 using Kivo::Data::Base::PropertyValueArray;
+using Kivo::Data::XObjectReference;
 
 namespace {
 
@@ -19,6 +20,14 @@ bool isOneOf(const PropertyKey& key, std::initializer_list<const char*> keys) {
         if (key == candidate) return true;
     }
     return false;
+}
+
+// A reference to an album of `resource`'s service, resolved through the service, which knows
+// every resource. Built whole, so that the track's property takes its settings in one copy.
+XObjectReference albumReference(AbstractResource& resource) {
+    Kivo::Data::Service* service = resource.getService();
+    return XObjectReference(service,
+                            {service->getName().getValue() + ".Albums." + Album::TYPE_NAME});
 }
 
 PropertyValueArray<PropertyValueString> textArray() {
@@ -52,12 +61,8 @@ Track::Track(AbstractResource& resource)
       number("number", this, PropertyValueNumberBase<long>(1, 1, 99, {})),
       duration("duration", this, PropertyValueNumberBase<long>(1, 1, 7200, {})),
       language("language", this, PropertyLanguage::property_value("en")),
-      album("album", this),
+      album("album", this, albumReference(resource)),
       rating("rating", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
-    // References to albums resolve through the service, which knows every resource.
-    album.setReferenceResolver(resource.getService());
-    album.addAllowedType(resource.getService()->getName().getValue() + ".Albums." +
-                         Album::TYPE_NAME);
     registerAll({&number, &duration, &language, &album});
 }
 

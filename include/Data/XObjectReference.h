@@ -127,9 +127,10 @@ private:
 ///
 /// Allowed types. A non-empty set of type identifiers (Object::Type::identifier) restricts the
 /// targets setValue accepts; the empty set allows any type. setAllowedTypes refuses a set that
-/// would not allow the current target, the empty set included. References hold equal sets as
-/// one shared copy that is never changed: a reference changing its set takes another, so the
-/// set of every other reference, its copies included, stays as it was.
+/// would not allow the current target, the empty set included. References hold equal settings
+/// (resolver and allowed set) as one shared record that is never changed: a reference changing
+/// either takes another, so the settings of every other reference, its copies included, stay
+/// as they were.
 ///
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
 /// types and the resolver. It is one word that a waiting thread spins on, then yields on:
@@ -234,6 +235,7 @@ public:
 
 private:
     class PairLock;
+    class Settings;
     class Watchers;
 
     // A recursive lock of one word, for BasicLockable holders.
@@ -271,8 +273,13 @@ private:
     // Join and leave the live target's watchers. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;
-    // The shared copy of `types`; null for the empty set.
-    static std::shared_ptr<const OneOf> share(OneOf types);
+    // The resolver, or null. REQUIRES: m_mutexValue.
+    IReferenceResolver* resolver() const;
+    // A copy of the allowed set. REQUIRES: m_mutexValue.
+    OneOf getAllowedTypesPriv() const;
+    // Takes the shared record of `resolver` and `types` in place of the current one.
+    // REQUIRES: m_mutexValue.
+    void configure(IReferenceResolver* resolver, const OneOf& types);
     // Copies `other`'s state into this empty reference. REQUIRES: both mutexes.
     void copyFrom(const XObjectReference& other);
     // Drops the live target and the placeholder. REQUIRES: m_mutexValue.
@@ -281,8 +288,9 @@ private:
     mutable ValueLock m_mutexValue;
     // m_value (the base's) is the live target, not owned; guarded by m_mutexValue.
     XObject* m_valueDummy = nullptr;           // owned; guarded by m_mutexValue
-    std::shared_ptr<const OneOf> m_oneOf;      // null: any type; guarded by m_mutexValue
-    IReferenceResolver* m_resolver = nullptr;  // not owned; guarded by m_mutexValue
+    // Resolver and allowed types, shared and counted; null for no resolver and any type.
+    // Guarded by m_mutexValue.
+    const Settings* m_settings = nullptr;
 };
 
 /// The property holding an XObjectReference. Its value is written through the change sequence

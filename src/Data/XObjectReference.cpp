@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <optional>
 #include <string_view>
 #include <typeinfo>
@@ -124,53 +125,6 @@ const XObjectReference* asReference(const Base::PropertyValue<XObject*>& value) 
     return dynamic_cast<const XObjectReference*>(&value);
 }
 
-// The allowed sets in use, so that references with equal sets share one copy: a property's
-// set is the same for every element that has the property. Entries are weak, so a set lives
-// while references hold it; expired ones are swept whenever the table has doubled.
-class AllowedTypesTable {
-public:
-    typedef XObjectReference::OneOf OneOf;
-
-    std::shared_ptr<const OneOf> share(OneOf types) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_sets.find(types);
-        if (found != m_sets.end()) {
-            std::shared_ptr<const OneOf> shared = found->second.lock();
-            if (shared != nullptr) return shared;
-        }
-        auto shared = std::make_shared<const OneOf>(types);
-        if (found != m_sets.end()) {
-            found->second = shared;
-        } else {
-            sweepIfGrown();
-            m_sets.emplace(std::move(types), shared);
-        }
-        return shared;
-    }
-
-    // Never destroyed: references in static objects may change their sets while the program
-    // ends.
-    static AllowedTypesTable& instance() {
-        static AllowedTypesTable* const table = new AllowedTypesTable;
-        return *table;
-    }
-
-private:
-    static constexpr std::size_t MIN_SWEEP = 64;
-
-    void sweepIfGrown() {
-        if (m_sets.size() < m_sweepAt) return;
-        for (auto it = m_sets.begin(); it != m_sets.end();) {
-            it = it->second.expired() ? m_sets.erase(it) : std::next(it);
-        }
-        m_sweepAt = std::max(MIN_SWEEP, 2 * m_sets.size());
-    }
-
-    std::mutex m_mutex;  // a leaf: nothing is locked under it
-    std::map<OneOf, std::weak_ptr<const OneOf>> m_sets;
-    std::size_t m_sweepAt = MIN_SWEEP;
-};
-
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -270,6 +224,86 @@ std::unique_ptr<XObject> ElementLocation::releasePlaceholder() {
 // ---------------------------------------------------------------------------------------------
 // XObjectReference
 
+// A resolver and an allowed set, shared by every reference set up with both: a property's
+// settings are the same for every element that has the property. A record lives while
+// references hold it and is never changed. Its count changes without the table's mutex except
+// where it may reach zero, and a lookup adds to it only under that mutex, so no record is found
+// once it is going.
+class XObjectReference::Settings {
+public:
+    IReferenceResolver* const resolver;  // not owned
+    const OneOf types;
+
+    // The record of `resolver` and `types`, counted once more; null for no resolver and any type.
+    static const Settings* share(IReferenceResolver* resolver, const OneOf& types) {
+        if (resolver == nullptr && types.empty()) return nullptr;
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        auto found = table.records.find(Probe{resolver, types});
+        if (found == table.records.end()) {
+            std::unique_ptr<Settings> record(new Settings(resolver, types));
+            found = table.records.emplace(Key(resolver, types), record.get()).first;
+            record.release();
+        }
+        found->second->m_count.fetch_add(1, std::memory_order_relaxed);
+        return found->second;
+    }
+
+    // `record` (which may be null) counted once more. REQUIRES: the caller holds it already.
+    static const Settings* hold(const Settings* record) {
+        if (record != nullptr) record->m_count.fetch_add(1, std::memory_order_relaxed);
+        return record;
+    }
+
+    // Counts `record` (which may be null) once less; the last one deletes it.
+    static void drop(const Settings* record) {
+        if (record == nullptr) return;
+        std::size_t count = record->m_count.load(std::memory_order_relaxed);
+        while (count > 1) {
+            if (record->m_count.compare_exchange_weak(count, count - 1, std::memory_order_release,
+                                                      std::memory_order_relaxed)) {
+                return;
+            }
+        }
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        if (record->m_count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+        table.records.erase(table.records.find(Probe{record->resolver, record->types}));
+        delete record;
+    }
+
+private:
+    typedef std::pair<IReferenceResolver*, OneOf> Key;
+    // A key to look up without copying its set.
+    struct Probe {
+        IReferenceResolver* first;
+        const OneOf& second;
+    };
+    struct KeyLess {
+        typedef void is_transparent;
+        template <class Left, class Right>
+        bool operator()(const Left& left, const Right& right) const {
+            return std::tie(left.first, left.second) < std::tie(right.first, right.second);
+        }
+    };
+
+    struct Table {
+        std::mutex mutex;  // a leaf: nothing is locked under it
+        std::map<Key, Settings*, KeyLess> records;  // owned
+
+        // Never destroyed: references in static objects may drop their records while the
+        // program ends.
+        static Table& instance() {
+            static Table* const table = new Table;
+            return *table;
+        }
+    };
+
+    Settings(IReferenceResolver* resolver, const OneOf& types) : resolver(resolver), types(types) {}
+
+    mutable std::atomic<std::size_t> m_count{0};
+};
+
 void XObjectReference::ValueLock::lock() {
     const std::uint64_t self = threadNumber() << OWNER_SHIFT;
     // Only the holder stores its own number, so a relaxed read suffices to see that it holds.
@@ -328,8 +362,7 @@ XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nul
 
 XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& allowedTypes)
     : PropertyValueObjectReference<XObject>(nullptr),
-      m_oneOf(share(allowedTypes)),
-      m_resolver(resolver) {}
+      m_settings(Settings::share(resolver, allowedTypes)) {}
 
 XObjectReference::XObjectReference(const XObjectReference& other)
     : PropertyValueObjectReference<XObject>(nullptr) {
@@ -349,19 +382,26 @@ XObjectReference::~XObjectReference() {
     try {
         std::lock_guard<ValueLock> lock(m_mutexValue);
         release();
+        Settings::drop(m_settings);
     } catch (...) {
         poco_unexpected();
     }
 }
 
-std::shared_ptr<const XObjectReference::OneOf> XObjectReference::share(OneOf types) {
-    if (types.empty()) return nullptr;
-    return AllowedTypesTable::instance().share(std::move(types));
+IReferenceResolver* XObjectReference::resolver() const {
+    return m_settings != nullptr ? m_settings->resolver : nullptr;
+}
+
+void XObjectReference::configure(IReferenceResolver* resolver, const OneOf& types) {
+    const Settings* taken = Settings::share(resolver, types);
+    Settings::drop(m_settings);
+    m_settings = taken;
 }
 
 void XObjectReference::copyFrom(const XObjectReference& other) {
-    m_oneOf = other.m_oneOf;
-    m_resolver = other.m_resolver;
+    const Settings* taken = Settings::hold(other.m_settings);
+    Settings::drop(m_settings);
+    m_settings = taken;
     if (other.m_valueDummy != nullptr) m_valueDummy = new DummyObject(*other.m_valueDummy);
     // The target is alive: `other` holds it and its mutex, so the target's destructor cannot
     // get past `other`'s handler meanwhile.
@@ -471,13 +511,15 @@ const XObjectReference::value_type& XObjectReference::getValuePriv() const {
 }
 
 bool XObjectReference::resolveReference(XObject* const& placeholder, XObject*& result) const {
-    if (placeholder == nullptr || m_resolver == nullptr) return false;
-    return askOrLog([&] { return m_resolver->resolve(placeholder, result); });
+    IReferenceResolver* const asked = resolver();
+    if (placeholder == nullptr || asked == nullptr) return false;
+    return askOrLog([&] { return asked->resolve(placeholder, result); });
 }
 
 bool XObjectReference::resolveLocation(const ElementLocation& location, XObject*& result) const {
-    if (m_resolver == nullptr) return false;
-    return askOrLog([&] { return m_resolver->resolveLocation(location, result); });
+    IReferenceResolver* const asked = resolver();
+    if (asked == nullptr) return false;
+    return askOrLog([&] { return asked->resolveLocation(location, result); });
 }
 
 XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
@@ -576,7 +618,8 @@ bool XObjectReference::setValueFromLocation(ElementLocation& location) {
 bool XObjectReference::isValidValue(const value_type& target) const {
     if (target == nullptr) return false;
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    return m_oneOf == nullptr || m_oneOf->count(target->getType().identifier) != 0;
+    return m_settings == nullptr || m_settings->types.empty() ||
+           m_settings->types.count(target->getType().identifier) != 0;
 }
 
 bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) const {
@@ -640,7 +683,8 @@ bool XObjectReference::parseString(const std::string& text, value_type& out) con
 
 void XObjectReference::setReferenceResolver(IReferenceResolver* resolver) {
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    m_resolver = resolver;
+    if (resolver == this->resolver()) return;
+    configure(resolver, m_settings != nullptr ? m_settings->types : OneOf());
 }
 
 bool XObjectReference::isNull() const {
@@ -655,15 +699,18 @@ bool XObjectReference::isResolvedReference() const {
 
 void XObjectReference::addAllowedType(const std::string& identifier) {
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    if (m_oneOf != nullptr && m_oneOf->count(identifier) != 0) return;
-    OneOf types = m_oneOf != nullptr ? *m_oneOf : OneOf();
-    types.insert(identifier);
-    m_oneOf = share(std::move(types));
+    OneOf types = getAllowedTypesPriv();
+    if (!types.insert(identifier).second) return;
+    configure(resolver(), types);
 }
 
 XObjectReference::OneOf XObjectReference::getAllowedTypes() const {
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    return m_oneOf != nullptr ? *m_oneOf : OneOf();
+    return getAllowedTypesPriv();
+}
+
+XObjectReference::OneOf XObjectReference::getAllowedTypesPriv() const {
+    return m_settings != nullptr ? m_settings->types : OneOf();
 }
 
 void XObjectReference::setAllowedTypes(const OneOf& types) {
@@ -673,7 +720,7 @@ void XObjectReference::setAllowedTypes(const OneOf& types) {
         throw Poco::BugcheckException(
             "New allowed type set would not allow current XObject reference");
     }
-    m_oneOf = share(types);
+    configure(resolver(), types);
 }
 
 void XObjectReference::onReferenceDestroyed(const void*, const XObject& target) {
