@@ -78,7 +78,7 @@ public:
     /// logs for an unsuitable URI or a third segment that is no UUID. A null UUID is read as it
     /// is: only the placeholder refuses it.
     explicit ElementLocation(const std::string& uri);
-    /// The text must outlive the location.
+    /// Refused: the text must outlive the location.
     explicit ElementLocation(std::string&&) = delete;
     /// Takes over `other`'s URI, type path, id and placeholder.
     ElementLocation(ElementLocation&& other) = default;
@@ -144,7 +144,8 @@ private:
 /// suffices) around any use of the reference that may resolve or read the target; reading a
 /// property under its owner's read lock, as every property read requires, does that for a
 /// reference into its owner's tree. Two references are locked in address order when compared
-/// or assigned.
+/// or assigned. The table of shared settings has a mutex of its own, taken under m_mutexValue
+/// with nothing locked under it.
 class XObjectReference : public Base::PropertyValueObjectReference<XObject> {
 public:
     /// Type identifiers (Object::Type::identifier) a target may have; the empty set allows
@@ -280,7 +281,8 @@ private:
     // Takes the shared record of `resolver` and `types` in place of the current one.
     // REQUIRES: m_mutexValue.
     void configure(IReferenceResolver* resolver, const OneOf& types);
-    // Copies `other`'s state into this empty reference. REQUIRES: both mutexes.
+    // Copies `other`'s state into this reference, which holds no target or placeholder.
+    // REQUIRES: both mutexes.
     void copyFrom(const XObjectReference& other);
     // Drops the live target and the placeholder. REQUIRES: m_mutexValue.
     void release();

@@ -309,7 +309,7 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
 // Threads resolving, comparing and copying the same references at once: each reference joins
 // its target's watchers once, so the target's end reaches every one of them exactly once.
 TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
-    add(contacts, "Alice", ALICE);
+    XObject* const alice = add(contacts, "Alice", ALICE);
     add(contacts, "Bob", BOB);
     XObjectReference toAlice(&resolver), toBob(&resolver);
     ASSERT_TRUE(toAlice.setValueFromString(contactUri(ALICE)));
@@ -328,6 +328,10 @@ TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
                 const XObjectReference& second = aliceFirst ? toBob : toAlice;
                 if ((first < second) != aliceFirst || first == second) ++wrong;
                 if (i % 50 == 0) copies[t].push_back(first);
+                // Settings made and dropped while other threads hold and drop equal ones.
+                XObjectReference fresh(&resolver, {"Phone.contacts.contactObject"});
+                const XObjectReference copy(fresh);
+                if (!copy.isValidValue(alice)) ++wrong;
             }
         });
     }
@@ -402,6 +406,21 @@ TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
             EXPECT_EQ(contactsOnly, other->getAllowedTypes()) << what;
             EXPECT_FALSE(other->isValidValue(note)) << what;
         }
+    }
+    // The resolver is shared the same way: a copy that drops it leaves the others resolving.
+    {
+        XObjectReference original(&resolver, contactsOnly);
+        XObjectReference copy(original), twin(&resolver, contactsOnly);
+        copy.setReferenceResolver(nullptr);
+        EXPECT_EQ(contactsOnly, copy.getAllowedTypes()) << "the allowed set stays";
+        ASSERT_TRUE(copy.setValueFromString(contactUri(ALICE)));
+        EXPECT_FALSE(copy.isResolvedReference());
+        for (XObjectReference* other : {&original, &twin}) {
+            ASSERT_TRUE(other->setValueFromString(contactUri(ALICE)));
+            EXPECT_EQ(alice, other->getValue());
+        }
+        copy.setReferenceResolver(&resolver);
+        EXPECT_EQ(alice, copy.getValue()) << "the resolver is taken again";
     }
 }
 
