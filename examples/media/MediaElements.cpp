@@ -30,6 +30,21 @@ XObjectReference albumReference(AbstractResource& resource) {
                             {service->getName().getValue() + ".Albums." + Album::TYPE_NAME});
 }
 
+// The numbers tracks start from, each built once: building a number value looks its limits up
+// in a shared table, copying one does not.
+const PropertyValueNumberBase<long>& trackNumber() {
+    static const PropertyValueNumberBase<long> value(1, 1, 99, {});
+    return value;
+}
+const PropertyValueNumberBase<long>& trackDuration() {
+    static const PropertyValueNumberBase<long> value(1, 1, 7200, {});
+    return value;
+}
+const PropertyValueNumberBase<long>& trackRating() {
+    static const PropertyValueNumberBase<long> value(1, 1, 5, {});
+    return value;
+}
+
 PropertyValueArray<PropertyValueString> textArray() {
     return PropertyValueArray<PropertyValueString>(PropertyValueString(""));
 }
@@ -58,11 +73,11 @@ bool Album::isPostAllowed(const PropertyKey& key) const {
 
 Track::Track(AbstractResource& resource)
     : Element(TYPE_NAME, resource),
-      number("number", this, PropertyValueNumberBase<long>(1, 1, 99, {})),
-      duration("duration", this, PropertyValueNumberBase<long>(1, 1, 7200, {})),
+      number("number", this, trackNumber()),
+      duration("duration", this, trackDuration()),
       language("language", this, PropertyLanguage::property_value("en")),
       album("album", this, albumReference(resource)),
-      rating("rating", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
+      rating("rating", *this, trackRating()) {
     registerAll({&number, &duration, &language, &album});
 }
 
