@@ -6,6 +6,7 @@ namespace Media {
 
 using Kivo::Data::Base::PropertyBase;
 using Kivo::Data::Base::PropertyValueArray;
+using Kivo::Data::XObjectReference;
 
 namespace {
 
@@ -19,6 +20,29 @@ bool isOneOf(const PropertyKey& key, std::initializer_list<const char*> keys) {
         if (key == candidate) return true;
     }
     return false;
+}
+
+// A reference to an album of `resource`'s service, resolved through the service, which knows
+// every resource. Built whole, so that the track's property takes its settings in one copy.
+XObjectReference albumReference(AbstractResource& resource) {
+    Kivo::Data::Service* service = resource.getService();
+    return XObjectReference(service,
+                            {service->getName().getValue() + ".Albums." + Album::TYPE_NAME});
+}
+
+// The numbers tracks start from, each built once: building a number value looks its limits up
+// in a shared table, copying one does not.
+const PropertyValueNumberBase<long>& trackNumber() {
+    static const PropertyValueNumberBase<long> value(1, 1, 99, {});
+    return value;
+}
+const PropertyValueNumberBase<long>& trackDuration() {
+    static const PropertyValueNumberBase<long> value(1, 1, 7200, {});
+    return value;
+}
+const PropertyValueNumberBase<long>& trackRating() {
+    static const PropertyValueNumberBase<long> value(1, 1, 5, {});
+    return value;
 }
 
 PropertyValueArray<PropertyValueString> textArray() {
@@ -49,15 +73,11 @@ bool Album::isPostAllowed(const PropertyKey& key) const {
 
 Track::Track(AbstractResource& resource)
     : Element(TYPE_NAME, resource),
-      number("number", this, PropertyValueNumberBase<long>(1, 1, 99, {})),
-      duration("duration", this, PropertyValueNumberBase<long>(1, 1, 7200, {})),
+      number("number", this, trackNumber()),
+      duration("duration", this, trackDuration()),
       language("language", this, PropertyLanguage::property_value("en")),
-      album("album", this),
-      rating("rating", *this, PropertyValueNumberBase<long>(1, 1, 5, {})) {
-    // References to albums resolve through the service, which knows every resource.
-    album.setReferenceResolver(resource.getService());
-    album.addAllowedType(resource.getService()->getName().getValue() + ".Albums." +
-                         Album::TYPE_NAME);
+      album("album", this, albumReference(resource)),
+      rating("rating", *this, trackRating()) {
     registerAll({&number, &duration, &language, &album});
 }
 

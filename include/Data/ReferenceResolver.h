@@ -5,9 +5,14 @@
 #include <string>
 #include <vector>
 
+namespace Poco {
+class UUID;
+}
+
 namespace Kivo::Data {
 
 class AbstractResource;
+class ElementLocation;
 class XObject;
 
 /// Turns a placeholder that carries a target's type and id into the live object. Resolvers
@@ -25,6 +30,11 @@ public:
     /// false (see each resolver for what `result` holds then). The object found is not owned
     /// by the caller; the resource holding it keeps it alive.
     virtual bool resolve(XObject* reference, XObject*& result) const = 0;
+    /// Answers as resolve() does for `location`'s placeholder. This default asks resolve() with
+    /// that placeholder; a resolver that can find the element by type path and id alone
+    /// overrides it, and one that overrides resolve() overrides this alike. References ask it
+    /// for element URIs with a non-null id only.
+    virtual bool resolveLocation(const ElementLocation& location, XObject*& result) const;
 };
 
 /// Resolves against the resources registered with it. A resource is filed under its URI text
@@ -57,9 +67,13 @@ public:
     /// Looks up `reference`'s type path and asks that resource for the element with
     /// `reference`'s id. Sets `result` to null first, so it is null whenever this fails.
     bool resolve(XObject* reference, XObject*& result) const override;
+    /// As resolve(), by `location`'s type path and id; makes no placeholder.
+    bool resolveLocation(const ElementLocation& location, XObject*& result) const override;
 
 private:
     static std::string keyOf(const AbstractResource& resource);
+    // The element `id` of the resource filed under `typePath`, or null.
+    XObject* find(const std::string& typePath, const Poco::UUID& id) const;
 
     SourceMap m_sources;  // not owned
 };
@@ -79,6 +93,8 @@ public:
     /// True at the first resolver that resolves, with its result. False when all fail, with
     /// `result` as the last one left it, or when the chain is empty, with `result` untouched.
     bool resolve(XObject* reference, XObject*& result) const override;
+    /// As resolve(), asking each resolver's resolveLocation.
+    bool resolveLocation(const ElementLocation& location, XObject*& result) const override;
 
 private:
     ResolverContainer m_resolver;  // not owned

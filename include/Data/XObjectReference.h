@@ -6,13 +6,14 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <thread>
+#include <string_view>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/SharedPtr.h>
+#include <Poco/UUID.h>
 
 #include "Data/Base/Object.h"
 #include "Data/Base/Property.h"
@@ -55,6 +56,8 @@ public:
     static std::unique_ptr<DummyObject> createFromUri(const std::string& uri);
 
 private:
+    friend class ElementLocation;
+
     explicit DummyObject(const Type& type);
     DummyObject(const Type& type, const Poco::JSON::Object* json);
 
@@ -62,6 +65,46 @@ private:
     static std::vector<std::string> elementSegments(const Base::PropertyValueUri& uri);
     // The placeholder type for an element URI's segments.
     static Type typeOf(const std::vector<std::string>& segments);
+};
+
+/// The element an element URI "/<service>/<resource>/<uuid>" names, read without making its
+/// placeholder: the type path "/<service>/<resource>/" (the path of the placeholder's type, and
+/// the key under which a LocalReferenceResolver files that resource) and the id. Resolvers that
+/// need the placeholder itself ask for it; it is made once, on the first request, and the
+/// location owns it. The URI text is not copied and must outlive the location.
+class ElementLocation {
+public:
+    /// Reads `uri` as DummyObject::createFromUri does, throwing and logging what it throws and
+    /// logs for an unsuitable URI or a third segment that is no UUID. A null UUID is read as it
+    /// is: only the placeholder refuses it.
+    explicit ElementLocation(const std::string& uri);
+    /// Refused: the text must outlive the location.
+    explicit ElementLocation(std::string&&) = delete;
+    /// Takes over `other`'s URI, type path, id and placeholder.
+    ElementLocation(ElementLocation&& other) = default;
+    ElementLocation(const ElementLocation&) = delete;
+    ElementLocation& operator=(const ElementLocation&) = delete;
+    ~ElementLocation();
+
+    /// "/<service>/<resource>/".
+    const std::string& typePath() const { return m_typePath; }
+    /// The element's id; null when the URI names the null UUID.
+    const Poco::UUID& id() const { return m_id; }
+    /// DummyObject::createFromUri of the URI, made on the first call and owned by the location.
+    /// Throws what createFromUri throws (for a null id, after its error line).
+    XObject* placeholder() const;
+    /// The placeholder as placeholder() gives it, now owned by the caller; the next call makes
+    /// another.
+    std::unique_ptr<XObject> releasePlaceholder();
+
+private:
+    // Reads the id and the type path from the URI's segments.
+    void locate(std::string_view service, std::string_view resource, std::string_view id);
+
+    const std::string* m_uri;  // not owned
+    std::string m_typePath;
+    Poco::UUID m_id;
+    mutable std::unique_ptr<XObject> m_placeholder;
 };
 
 /// A property value that points at another object (an XObject, usually an element) by type and
@@ -84,12 +127,13 @@ private:
 ///
 /// Allowed types. A non-empty set of type identifiers (Object::Type::identifier) restricts the
 /// targets setValue accepts; the empty set allows any type. setAllowedTypes refuses a set that
-/// would not allow the current target, the empty set included. References hold equal sets as
-/// one shared copy that is never changed: a reference changing its set takes another, so the
-/// set of every other reference, its copies included, stays as it was.
+/// would not allow the current target, the empty set included. References hold equal settings
+/// (resolver and allowed set) as one shared record that is never changed: a reference changing
+/// either takes another, so the settings of every other reference, its copies included, stay
+/// as they were.
 ///
 /// Locking. m_mutexValue (recursive) guards the target pointer, the placeholder, the allowed
-/// types and the resolver. It is two words that a waiting thread spins on, then yields on:
+/// types and the resolver. It is one word that a waiting thread spins on, then yields on:
 /// held for one operation of the reference, it is seldom contended, and every index entry
 /// over references holds a copy of the reference with its lock. Holding it, a read takes the
 /// read side of the target's tree lock (comparisons, matches, toJSON) and resolution takes the
@@ -100,7 +144,8 @@ private:
 /// suffices) around any use of the reference that may resolve or read the target; reading a
 /// property under its owner's read lock, as every property read requires, does that for a
 /// reference into its owner's tree. Two references are locked in address order when compared
-/// or assigned.
+/// or assigned. The table of shared settings has a mutex of its own, taken under m_mutexValue
+/// with nothing locked under it.
 class XObjectReference : public Base::PropertyValueObjectReference<XObject> {
 public:
     /// Type identifiers (Object::Type::identifier) a target may have; the empty set allows
@@ -141,7 +186,9 @@ public:
     /// False, changing nothing, for a target isValidValue refuses (null included).
     bool setValue(const value_type& target) override;
     /// Parses `text` (see parseString) and stores the live target it resolves to, else the
-    /// placeholder. False, changing nothing, when parsing fails or the target is refused.
+    /// placeholder. False, changing nothing, when parsing fails or the target is refused. An
+    /// element URI is looked up through the resolver's resolveLocation, so that no placeholder
+    /// is made where the target resolves at once.
     bool setValueFromString(const std::string& text) override;
     /// False for null; otherwise whether the allowed set is empty or holds the target's type
     /// identifier.
@@ -189,9 +236,10 @@ public:
 
 private:
     class PairLock;
+    class Settings;
     class Watchers;
 
-    // A recursive lock of two words, for BasicLockable holders.
+    // A recursive lock of one word, for BasicLockable holders.
     class ValueLock {
     public:
         ValueLock() = default;
@@ -204,8 +252,9 @@ private:
         void unlock();
 
     private:
-        std::atomic<std::thread::id> m_owner{};  // the holder, or no thread
-        std::uint32_t m_depth = 0;               // the holder's count; only it touches it
+        // The holder's thread number (see lock()) in the upper half, 0 for none, and its count
+        // of holds in the lower half; only the holder changes the count.
+        std::atomic<std::uint64_t> m_state{0};
     };
 
     // The live target, resolving the placeholder if need be, else the placeholder, else null.
@@ -214,15 +263,26 @@ private:
     // What the resolver answers for `placeholder`; false without placeholder or resolver. An
     // exception from the resolver is logged and answers false.
     bool resolveReference(XObject* const& placeholder, XObject*& result) const;
+    // What the resolver answers for `location`, as resolveReference does for a placeholder.
+    bool resolveLocation(const ElementLocation& location, XObject*& result) const;
+    // Stores the target or placeholder an element URI gives, as setValueFromString does for a
+    // text that is no JSON. REQUIRES: m_mutexValue.
+    bool setValueFromLocation(ElementLocation& location);
     // The other side's current target, resolved where it is a reference.
     // REQUIRES: the other side's m_mutexValue where it is a reference.
     static XObject* targetOf(const Base::PropertyValue<XObject*>& other);
     // Join and leave the live target's watchers. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;
-    // The shared copy of `types`; null for the empty set.
-    static std::shared_ptr<const OneOf> share(OneOf types);
-    // Copies `other`'s state into this empty reference. REQUIRES: both mutexes.
+    // The resolver, or null. REQUIRES: m_mutexValue.
+    IReferenceResolver* resolver() const;
+    // A copy of the allowed set. REQUIRES: m_mutexValue.
+    OneOf getAllowedTypesPriv() const;
+    // Takes the shared record of `resolver` and `types` in place of the current one.
+    // REQUIRES: m_mutexValue.
+    void configure(IReferenceResolver* resolver, const OneOf& types);
+    // Copies `other`'s state into this reference, which holds no target or placeholder.
+    // REQUIRES: both mutexes.
     void copyFrom(const XObjectReference& other);
     // Drops the live target and the placeholder. REQUIRES: m_mutexValue.
     void release();
@@ -230,8 +290,9 @@ private:
     mutable ValueLock m_mutexValue;
     // m_value (the base's) is the live target, not owned; guarded by m_mutexValue.
     XObject* m_valueDummy = nullptr;           // owned; guarded by m_mutexValue
-    std::shared_ptr<const OneOf> m_oneOf;      // null: any type; guarded by m_mutexValue
-    IReferenceResolver* m_resolver = nullptr;  // not owned; guarded by m_mutexValue
+    // Resolver and allowed types, shared and counted; null for no resolver and any type.
+    // Guarded by m_mutexValue.
+    const Settings* m_settings = nullptr;
 };
 
 /// The property holding an XObjectReference. Its value is written through the change sequence

@@ -7,8 +7,14 @@
 #include "Data/AbstractResource.h"
 #include "Data/Base/PropertyBase.h"
 #include "Data/XObject.h"
+#include "Data/XObjectReference.h"
 
 namespace Kivo::Data {
+
+bool IReferenceResolver::resolveLocation(const ElementLocation& location,
+                                         XObject*& result) const {
+    return resolve(location.placeholder(), result);
+}
 
 LocalReferenceResolver::LocalReferenceResolver(const SourceList& sources) { setSources(sources); }
 
@@ -41,19 +47,28 @@ LocalReferenceResolver::SourceList LocalReferenceResolver::getSources() const {
 bool LocalReferenceResolver::resolve(XObject* reference, XObject*& result) const {
     result = nullptr;
     if (reference == nullptr || m_sources.empty()) return false;
-    const auto source = m_sources.find(reference->getType().path);
-    if (source == m_sources.end() || source->second == nullptr) return false;
     Poco::UUID id;
     {
         Base::PropertyLockGuard guard(reference->getId(), false);
         id = reference->getId().getValue();
     }
-    AbstractResource::Ptr element;
-    if (source->second->getElement(id, element).isSuccess() && !element.isNull()) {
-        // The resource keeps the element alive after this shared pointer goes.
-        result = element.get();
-    }
+    result = find(reference->getType().path, id);
     return result != nullptr;
+}
+
+bool LocalReferenceResolver::resolveLocation(const ElementLocation& location,
+                                             XObject*& result) const {
+    result = m_sources.empty() ? nullptr : find(location.typePath(), location.id());
+    return result != nullptr;
+}
+
+XObject* LocalReferenceResolver::find(const std::string& typePath, const Poco::UUID& id) const {
+    const auto source = m_sources.find(typePath);
+    if (source == m_sources.end() || source->second == nullptr) return nullptr;
+    AbstractResource::Ptr element;
+    if (!source->second->getElement(id, element).isSuccess()) return nullptr;
+    // The resource keeps the element alive after this shared pointer goes.
+    return element.get();
 }
 
 bool CombinedReferenceResolver::addReferenceResolver(IReferenceResolver* resolver) {
@@ -76,6 +91,14 @@ bool CombinedReferenceResolver::removeReferenceResolver(IReferenceResolver* reso
 bool CombinedReferenceResolver::resolve(XObject* reference, XObject*& result) const {
     for (const IReferenceResolver* resolver : m_resolver) {
         if (resolver->resolve(reference, result)) return true;
+    }
+    return false;
+}
+
+bool CombinedReferenceResolver::resolveLocation(const ElementLocation& location,
+                                                XObject*& result) const {
+    for (const IReferenceResolver* resolver : m_resolver) {
+        if (resolver->resolveLocation(location, result)) return true;
     }
     return false;
 }

@@ -7,6 +7,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
+#include <tuple>
+#include <optional>
+#include <string_view>
 #include <typeinfo>
 #include <unordered_map>
 #include <utility>
@@ -29,9 +33,54 @@ const char* const TYPE_NAME_SUFFIX = "Object";
 // How often a reference's lock is tried before its waiter yields the processor.
 constexpr unsigned SPINS_BEFORE_YIELD = 64;
 
-// Runs `make`; an exception is logged at trace level after `failure` and gives null.
+const char* const FROM_URI_FAILED = "Failed to create XObject Reference from URI: ";
+const char* const NO_JSON = "String representation of XObject reference is no valid JSON string";
+const char* const PARSE_FAILED = "Failed to parse string representation for XObject refrence";
+
+constexpr unsigned OWNER_SHIFT = 32;
+constexpr std::uint64_t ONE_HOLD = 1;
+constexpr std::uint64_t HOLDS = 0xffffffffu;  // the count's half of a lock's state
+
+// The calling thread's number for reference locks: given on first use, never 0, and not given
+// again while fewer than 2^32 threads have asked for one.
+std::uint64_t threadNumber() {
+    static std::atomic<std::uint32_t> last{0};
+    // Constant-initialised, so that reading it needs no initialisation guard, and in the
+    // initial-exec model, so that it is one load: every lock of a reference reads it.
+    static thread_local std::uint64_t number __attribute__((tls_model("initial-exec"))) = 0;
+    while (number == 0) number = last.fetch_add(1, std::memory_order_relaxed) + 1;
+    return number;
+}
+
+// Splits `uri` into its three path segments where it is a path the URI library reads as it is
+// (an absolute path of unreserved characters and slashes, not starting with "//", as
+// PropertyValueUri keeps without parsing) and has three; false for anything else.
+bool splitElementPath(const std::string& uri, std::string_view (&parts)[3]) {
+    if (uri.size() < 2 || uri[0] != '/' || uri[1] == '/') return false;
+    std::size_t count = 0;
+    std::size_t begin = 0;
+    for (std::size_t at = 0; at <= uri.size(); ++at) {
+        const char c = at < uri.size() ? uri[at] : '/';
+        if (c != '/') {
+            const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                               (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' ||
+                               c == '~';
+            if (!plain) return false;
+            continue;
+        }
+        // The URI library's split leaves out empty parts.
+        if (at > begin) {
+            if (count == 3) return false;
+            parts[count++] = std::string_view(uri).substr(begin, at - begin);
+        }
+        begin = at + 1;
+    }
+    return count == 3;
+}
+
+// Runs `make`; an exception is logged at trace level after `failure` and gives an empty result.
 template <typename Make>
-std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
+auto createOrTrace(Make make, const char* failure) -> decltype(make()) {
     try {
         return make();
     } catch (const Poco::Exception& error) {
@@ -39,7 +88,22 @@ std::unique_ptr<DummyObject> createOrTrace(Make make, const char* failure) {
     } catch (const std::exception& error) {
         QES_LOG_TRACE(failure << error.what());
     }
-    return nullptr;
+    return {};
+}
+
+// Runs `ask`, a question to a resolver; an exception is logged and answers false.
+template <typename Ask>
+bool askOrLog(Ask ask) {
+    try {
+        return ask();
+    } catch (const std::exception& error) {
+        QES_LOG_ERROR(
+            "Caught Exception while trying to resolve XObject reference: " << error.what());
+    } catch (...) {
+        QES_LOG_ERROR("Caught Exception while trying to resolve XObject reference: "
+                      << "unknown exception");
+    }
+    return false;
 }
 
 // False where the JSON parser is sure to refuse `text` for its first character: a slash, as an
@@ -60,53 +124,6 @@ const XObjectReference* asReference(const Base::PropertyValue<XObject*>& value) 
     }
     return dynamic_cast<const XObjectReference*>(&value);
 }
-
-// The allowed sets in use, so that references with equal sets share one copy: a property's
-// set is the same for every element that has the property. Entries are weak, so a set lives
-// while references hold it; expired ones are swept whenever the table has doubled.
-class AllowedTypesTable {
-public:
-    typedef XObjectReference::OneOf OneOf;
-
-    std::shared_ptr<const OneOf> share(OneOf types) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_sets.find(types);
-        if (found != m_sets.end()) {
-            std::shared_ptr<const OneOf> shared = found->second.lock();
-            if (shared != nullptr) return shared;
-        }
-        auto shared = std::make_shared<const OneOf>(types);
-        if (found != m_sets.end()) {
-            found->second = shared;
-        } else {
-            sweepIfGrown();
-            m_sets.emplace(std::move(types), shared);
-        }
-        return shared;
-    }
-
-    // Never destroyed: references in static objects may change their sets while the program
-    // ends.
-    static AllowedTypesTable& instance() {
-        static AllowedTypesTable* const table = new AllowedTypesTable;
-        return *table;
-    }
-
-private:
-    static constexpr std::size_t MIN_SWEEP = 64;
-
-    void sweepIfGrown() {
-        if (m_sets.size() < m_sweepAt) return;
-        for (auto it = m_sets.begin(); it != m_sets.end();) {
-            it = it->second.expired() ? m_sets.erase(it) : std::next(it);
-        }
-        m_sweepAt = std::max(MIN_SWEEP, 2 * m_sets.size());
-    }
-
-    std::mutex m_mutex;  // a leaf: nothing is locked under it
-    std::map<OneOf, std::weak_ptr<const OneOf>> m_sets;
-    std::size_t m_sweepAt = MIN_SWEEP;
-};
 
 }  // namespace
 
@@ -170,28 +187,148 @@ std::unique_ptr<DummyObject> DummyObject::createFromUri(const std::string& uri) 
 }
 
 // ---------------------------------------------------------------------------------------------
+// ElementLocation
+
+ElementLocation::ElementLocation(const std::string& uri) : m_uri(&uri) {
+    std::string_view parts[3];
+    if (splitElementPath(uri, parts)) {
+        locate(parts[0], parts[1], parts[2]);
+        return;
+    }
+    // The steps of DummyObject::createFromUri up to its id, so that they throw and log alike.
+    const std::vector<std::string> segments =
+        DummyObject::elementSegments(Base::PropertyValueUri(uri));
+    locate(segments[0], segments[1], segments[2]);
+}
+
+void ElementLocation::locate(std::string_view service, std::string_view resource,
+                             std::string_view id) {
+    m_id.parse(std::string(id));
+    // DummyObject::typeOf's path, without building its type.
+    m_typePath.reserve(service.size() + resource.size() + 3);
+    m_typePath.append("/").append(service).append("/").append(resource).append("/");
+}
+
+ElementLocation::~ElementLocation() = default;
+
+XObject* ElementLocation::placeholder() const {
+    if (m_placeholder == nullptr) m_placeholder = DummyObject::createFromUri(*m_uri);
+    return m_placeholder.get();
+}
+
+std::unique_ptr<XObject> ElementLocation::releasePlaceholder() {
+    placeholder();
+    return std::move(m_placeholder);
+}
+
+// ---------------------------------------------------------------------------------------------
 // XObjectReference
 
+// A resolver and an allowed set, shared by every reference set up with both: a property's
+// settings are the same for every element that has the property. A record lives while
+// references hold it and is never changed. Its count changes without the table's mutex except
+// where it may reach zero, and a lookup adds to it only under that mutex, so no record is found
+// once it is going.
+class XObjectReference::Settings {
+public:
+    IReferenceResolver* const resolver;  // not owned
+    const OneOf types;
+
+    // The record of `resolver` and `types`, counted once more; null for no resolver and any type.
+    static const Settings* share(IReferenceResolver* resolver, const OneOf& types) {
+        if (resolver == nullptr && types.empty()) return nullptr;
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        auto found = table.records.find(Probe{resolver, types});
+        if (found == table.records.end()) {
+            std::unique_ptr<Settings> record(new Settings(resolver, types));
+            found = table.records.emplace(Key(resolver, types), record.get()).first;
+            record.release();
+        }
+        found->second->m_count.fetch_add(1, std::memory_order_relaxed);
+        return found->second;
+    }
+
+    // `record` (which may be null) counted once more. REQUIRES: the caller holds it already.
+    static const Settings* hold(const Settings* record) {
+        if (record != nullptr) record->m_count.fetch_add(1, std::memory_order_relaxed);
+        return record;
+    }
+
+    // Counts `record` (which may be null) once less; the last one deletes it.
+    static void drop(const Settings* record) {
+        if (record == nullptr) return;
+        std::size_t count = record->m_count.load(std::memory_order_relaxed);
+        while (count > 1) {
+            if (record->m_count.compare_exchange_weak(count, count - 1, std::memory_order_release,
+                                                      std::memory_order_relaxed)) {
+                return;
+            }
+        }
+        Table& table = Table::instance();
+        std::lock_guard<std::mutex> lock(table.mutex);
+        if (record->m_count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+        table.records.erase(table.records.find(Probe{record->resolver, record->types}));
+        delete record;
+    }
+
+private:
+    typedef std::pair<IReferenceResolver*, OneOf> Key;
+    // A key to look up without copying its set.
+    struct Probe {
+        IReferenceResolver* first;
+        const OneOf& second;
+    };
+    struct KeyLess {
+        typedef void is_transparent;
+        template <class Left, class Right>
+        bool operator()(const Left& left, const Right& right) const {
+            return std::tie(left.first, left.second) < std::tie(right.first, right.second);
+        }
+    };
+
+    struct Table {
+        std::mutex mutex;  // a leaf: nothing is locked under it
+        std::map<Key, Settings*, KeyLess> records;  // owned
+
+        // Never destroyed: references in static objects may drop their records while the
+        // program ends.
+        static Table& instance() {
+            static Table* const table = new Table;
+            return *table;
+        }
+    };
+
+    Settings(IReferenceResolver* resolver, const OneOf& types) : resolver(resolver), types(types) {}
+
+    mutable std::atomic<std::size_t> m_count{0};
+};
+
 void XObjectReference::ValueLock::lock() {
-    const std::thread::id self = std::this_thread::get_id();
-    // Only this thread stores its own id, so a relaxed read suffices to see that it holds.
-    if (m_owner.load(std::memory_order_relaxed) == self) {
-        ++m_depth;
+    const std::uint64_t self = threadNumber() << OWNER_SHIFT;
+    // Only the holder stores its own number, so a relaxed read suffices to see that it holds.
+    const std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    if ((state & ~HOLDS) == self) {
+        m_state.store(state + ONE_HOLD, std::memory_order_relaxed);
         return;
     }
     for (unsigned spins = 0;; ++spins) {
-        std::thread::id none;
-        if (m_owner.compare_exchange_weak(none, self, std::memory_order_acquire,
+        std::uint64_t none = 0;
+        if (m_state.compare_exchange_weak(none, self | ONE_HOLD, std::memory_order_acquire,
                                           std::memory_order_relaxed)) {
-            break;
+            return;
         }
         if (spins >= SPINS_BEFORE_YIELD) std::this_thread::yield();
     }
-    m_depth = 1;
 }
 
 void XObjectReference::ValueLock::unlock() {
-    if (--m_depth == 0) m_owner.store(std::thread::id(), std::memory_order_release);
+    const std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    if ((state & HOLDS) == ONE_HOLD) {
+        m_state.store(0, std::memory_order_release);
+    } else {
+        m_state.store(state - ONE_HOLD, std::memory_order_relaxed);
+    }
 }
 
 // Holds the mutexes of two references (or of one, where the other side is a plain value or
@@ -225,8 +362,7 @@ XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nul
 
 XObjectReference::XObjectReference(IReferenceResolver* resolver, const OneOf& allowedTypes)
     : PropertyValueObjectReference<XObject>(nullptr),
-      m_oneOf(share(allowedTypes)),
-      m_resolver(resolver) {}
+      m_settings(Settings::share(resolver, allowedTypes)) {}
 
 XObjectReference::XObjectReference(const XObjectReference& other)
     : PropertyValueObjectReference<XObject>(nullptr) {
@@ -246,19 +382,26 @@ XObjectReference::~XObjectReference() {
     try {
         std::lock_guard<ValueLock> lock(m_mutexValue);
         release();
+        Settings::drop(m_settings);
     } catch (...) {
         poco_unexpected();
     }
 }
 
-std::shared_ptr<const XObjectReference::OneOf> XObjectReference::share(OneOf types) {
-    if (types.empty()) return nullptr;
-    return AllowedTypesTable::instance().share(std::move(types));
+IReferenceResolver* XObjectReference::resolver() const {
+    return m_settings != nullptr ? m_settings->resolver : nullptr;
+}
+
+void XObjectReference::configure(IReferenceResolver* resolver, const OneOf& types) {
+    const Settings* taken = Settings::share(resolver, types);
+    Settings::drop(m_settings);
+    m_settings = taken;
 }
 
 void XObjectReference::copyFrom(const XObjectReference& other) {
-    m_oneOf = other.m_oneOf;
-    m_resolver = other.m_resolver;
+    const Settings* taken = Settings::hold(other.m_settings);
+    Settings::drop(m_settings);
+    m_settings = taken;
     if (other.m_valueDummy != nullptr) m_valueDummy = new DummyObject(*other.m_valueDummy);
     // The target is alive: `other` holds it and its mutex, so the target's destructor cannot
     // get past `other`'s handler meanwhile.
@@ -368,17 +511,15 @@ const XObjectReference::value_type& XObjectReference::getValuePriv() const {
 }
 
 bool XObjectReference::resolveReference(XObject* const& placeholder, XObject*& result) const {
-    if (placeholder == nullptr || m_resolver == nullptr) return false;
-    try {
-        return m_resolver->resolve(placeholder, result);
-    } catch (const std::exception& error) {
-        QES_LOG_ERROR(
-            "Caught Exception while trying to resolve XObject reference: " << error.what());
-    } catch (...) {
-        QES_LOG_ERROR("Caught Exception while trying to resolve XObject reference: "
-                      << "unknown exception");
-    }
-    return false;
+    IReferenceResolver* const asked = resolver();
+    if (placeholder == nullptr || asked == nullptr) return false;
+    return askOrLog([&] { return asked->resolve(placeholder, result); });
+}
+
+bool XObjectReference::resolveLocation(const ElementLocation& location, XObject*& result) const {
+    IReferenceResolver* const asked = resolver();
+    if (asked == nullptr) return false;
+    return askOrLog([&] { return asked->resolveLocation(location, result); });
 }
 
 XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
@@ -438,6 +579,20 @@ bool XObjectReference::setValue(const value_type& target) {
 }
 
 bool XObjectReference::setValueFromString(const std::string& text) {
+    if (!mayBeJSON(text)) {
+        // parseString's way for such a text, with its log lines, but the resolver is asked
+        // before any placeholder is made: most references name an element that is there.
+        QES_LOG_TRACE(NO_JSON);
+        std::optional<ElementLocation> location = createOrTrace(
+            [&text] { return std::optional<ElementLocation>(std::in_place, text); },
+            FROM_URI_FAILED);
+        if (!location.has_value()) {
+            QES_LOG_WARNING(PARSE_FAILED);
+            return false;
+        }
+        std::lock_guard<ValueLock> lock(m_mutexValue);
+        return setValueFromLocation(*location);
+    }
     XObject* parsed = nullptr;
     if (!parseString(text, parsed)) return false;
     const std::unique_ptr<XObject> placeholder(parsed);
@@ -447,10 +602,24 @@ bool XObjectReference::setValueFromString(const std::string& text) {
     return setValue(placeholder.get());
 }
 
+bool XObjectReference::setValueFromLocation(ElementLocation& location) {
+    XObject* resolved = nullptr;
+    // A null id makes no placeholder, so it is never asked for.
+    if (!location.id().isNull() && resolveLocation(location, resolved)) return setValue(resolved);
+    const std::unique_ptr<XObject> placeholder =
+        createOrTrace([&location] { return location.releasePlaceholder(); }, FROM_URI_FAILED);
+    if (placeholder == nullptr) {
+        QES_LOG_WARNING(PARSE_FAILED);
+        return false;
+    }
+    return setValue(placeholder.get());
+}
+
 bool XObjectReference::isValidValue(const value_type& target) const {
     if (target == nullptr) return false;
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    return m_oneOf == nullptr || m_oneOf->count(target->getType().identifier) != 0;
+    return m_settings == nullptr || m_settings->types.empty() ||
+           m_settings->types.count(target->getType().identifier) != 0;
 }
 
 bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) const {
@@ -496,16 +665,16 @@ bool XObjectReference::parseString(const std::string& text, value_type& out) con
     }
     std::unique_ptr<DummyObject> placeholder;
     if (!isJSON) {
-        QES_LOG_TRACE("String representation of XObject reference is no valid JSON string");
+        QES_LOG_TRACE(NO_JSON);
         placeholder = createOrTrace([&text] { return DummyObject::createFromUri(text); },
-                                    "Failed to create XObject Reference from URI: ");
+                                    FROM_URI_FAILED);
     } else if (json.type() == typeid(Poco::JSON::Object::Ptr)) {
         const Poco::JSON::Object::Ptr object = json.extract<Poco::JSON::Object::Ptr>();
         placeholder = createOrTrace([&object] { return DummyObject::createFromJSON(object); },
                                     "Failed to create XObject Reference from JSON: ");
     }
     if (placeholder == nullptr) {
-        QES_LOG_WARNING("Failed to parse string representation for XObject refrence");
+        QES_LOG_WARNING(PARSE_FAILED);
         return false;
     }
     out = placeholder.release();
@@ -514,7 +683,8 @@ bool XObjectReference::parseString(const std::string& text, value_type& out) con
 
 void XObjectReference::setReferenceResolver(IReferenceResolver* resolver) {
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    m_resolver = resolver;
+    if (resolver == this->resolver()) return;
+    configure(resolver, m_settings != nullptr ? m_settings->types : OneOf());
 }
 
 bool XObjectReference::isNull() const {
@@ -529,15 +699,18 @@ bool XObjectReference::isResolvedReference() const {
 
 void XObjectReference::addAllowedType(const std::string& identifier) {
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    if (m_oneOf != nullptr && m_oneOf->count(identifier) != 0) return;
-    OneOf types = m_oneOf != nullptr ? *m_oneOf : OneOf();
-    types.insert(identifier);
-    m_oneOf = share(std::move(types));
+    OneOf types = getAllowedTypesPriv();
+    if (!types.insert(identifier).second) return;
+    configure(resolver(), types);
 }
 
 XObjectReference::OneOf XObjectReference::getAllowedTypes() const {
     std::lock_guard<ValueLock> lock(m_mutexValue);
-    return m_oneOf != nullptr ? *m_oneOf : OneOf();
+    return getAllowedTypesPriv();
+}
+
+XObjectReference::OneOf XObjectReference::getAllowedTypesPriv() const {
+    return m_settings != nullptr ? m_settings->types : OneOf();
 }
 
 void XObjectReference::setAllowedTypes(const OneOf& types) {
@@ -547,7 +720,7 @@ void XObjectReference::setAllowedTypes(const OneOf& types) {
         throw Poco::BugcheckException(
             "New allowed type set would not allow current XObject reference");
     }
-    m_oneOf = share(types);
+    configure(resolver(), types);
 }
 
 void XObjectReference::onReferenceDestroyed(const void*, const XObject& target) {

@@ -98,6 +98,21 @@ public:
     PropertyXObjectReference about;
 };
 
+// Answers a fixed object (null: fails after nulling the result) and counts the questions.
+class FixedResolver : public IReferenceResolver {
+public:
+    explicit FixedResolver(XObject* answer) : m_answer(answer) {}
+    bool resolve(XObject*, XObject*& result) const override {
+        ++calls;
+        result = m_answer;
+        return m_answer != nullptr;
+    }
+    mutable int calls = 0;
+
+private:
+    XObject* m_answer;
+};
+
 class XObjectReferenceTest : public ::testing::Test {
 protected:
     XObjectReferenceTest() { resolver.addSource(&contacts); }
@@ -131,6 +146,8 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         {"/Shop/classess/" + alice, "classesObject Shop.classess.classesObject /Shop/classess/",
          ""},
         {"http://host:8080" + contactUri(ALICE), contact, ""},
+        // Empty segments are left out.
+        {"/Phone//contacts/" + alice + "/", contact, ""},
         // The id is the UUID's text, the URI the URI library's.
         {"/Phone/co%6Etacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8", contact,
          "/Phone/contacts/6BA7B810-9DAD-11D1-80B4-00C04FD430C8"},
@@ -145,6 +162,13 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         EXPECT_EQ(row.type + R"( {"id":")" + alice + R"(","name":"unidentified element","uri":")" +
                       (row.written.empty() ? row.uri : row.written) + "\"}",
                   identity(*placeholder));
+        // The location reads the same type path and id without a placeholder.
+        ScopedLogCapture quiet(Poco::Message::PRIO_TRACE);
+        const ElementLocation location(row.uri);
+        EXPECT_EQ(placeholder->getType().path, location.typePath()) << row.uri;
+        EXPECT_EQ(placeholder->getIdentification(), location.id()) << row.uri;
+        EXPECT_EQ(Texts{}, quiet.texts()) << row.uri;
+        EXPECT_EQ(identity(*placeholder), identity(*location.placeholder())) << row.uri;
     }
     // The null UUID is no id.
     {
@@ -154,18 +178,26 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         EXPECT_EQ((Texts{"Error: Failed to init property id for contactObject: invalid value"}),
                   referenceLines(capture));
     }
-    for (const std::string& uri : {std::string("/Phone/contacts"), contactUri(ALICE) + "/more",
-                                   std::string("/"), std::string()}) {
-        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
-        try {
-            DummyObject::createFromUri(uri);
-            ADD_FAILURE() << uri << ": no exception";
-        } catch (const Poco::InvalidArgumentException& error) {
-            EXPECT_EQ("Invalid XObject URI", error.message()) << uri;
+    // A location refuses what the placeholder refuses, with the same line.
+    const std::function<void(const std::string&)> makers[] = {
+        [](const std::string& uri) { DummyObject::createFromUri(uri); },
+        [](const std::string& uri) { ElementLocation{uri}; },
+    };
+    for (const auto& make : makers) {
+        for (const std::string& uri :
+             {std::string("/Phone/contacts"), contactUri(ALICE) + "/more", std::string("/"),
+              std::string(), "//Phone" + contactUri(ALICE)}) {
+            ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+            try {
+                make(uri);
+                ADD_FAILURE() << uri << ": no exception";
+            } catch (const Poco::InvalidArgumentException& error) {
+                EXPECT_EQ("Invalid XObject URI", error.message()) << uri;
+            }
+            EXPECT_EQ(Texts{BAD_URI}, capture.texts()) << uri;
         }
-        EXPECT_EQ(Texts{BAD_URI}, capture.texts()) << uri;
+        EXPECT_THROW(make("/Phone/contacts/not-a-uuid"), Poco::SyntaxException);
     }
-    EXPECT_THROW(DummyObject::createFromUri("/Phone/contacts/not-a-uuid"), Poco::SyntaxException);
 }
 
 TEST_F(XObjectReferenceTest, NullReferenceHasNoValue) {
@@ -277,7 +309,7 @@ TEST_F(XObjectReferenceTest, CopiesFollowTheTargetOnTheirOwn) {
 // Threads resolving, comparing and copying the same references at once: each reference joins
 // its target's watchers once, so the target's end reaches every one of them exactly once.
 TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
-    add(contacts, "Alice", ALICE);
+    XObject* const alice = add(contacts, "Alice", ALICE);
     add(contacts, "Bob", BOB);
     XObjectReference toAlice(&resolver), toBob(&resolver);
     ASSERT_TRUE(toAlice.setValueFromString(contactUri(ALICE)));
@@ -296,6 +328,10 @@ TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
                 const XObjectReference& second = aliceFirst ? toBob : toAlice;
                 if ((first < second) != aliceFirst || first == second) ++wrong;
                 if (i % 50 == 0) copies[t].push_back(first);
+                // Settings made and dropped while other threads hold and drop equal ones.
+                XObjectReference fresh(&resolver, {"Phone.contacts.contactObject"});
+                const XObjectReference copy(fresh);
+                if (!copy.isValidValue(alice)) ++wrong;
             }
         });
     }
@@ -371,6 +407,21 @@ TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
             EXPECT_FALSE(other->isValidValue(note)) << what;
         }
     }
+    // The resolver is shared the same way: a copy that drops it leaves the others resolving.
+    {
+        XObjectReference original(&resolver, contactsOnly);
+        XObjectReference copy(original), twin(&resolver, contactsOnly);
+        copy.setReferenceResolver(nullptr);
+        EXPECT_EQ(contactsOnly, copy.getAllowedTypes()) << "the allowed set stays";
+        ASSERT_TRUE(copy.setValueFromString(contactUri(ALICE)));
+        EXPECT_FALSE(copy.isResolvedReference());
+        for (XObjectReference* other : {&original, &twin}) {
+            ASSERT_TRUE(other->setValueFromString(contactUri(ALICE)));
+            EXPECT_EQ(alice, other->getValue());
+        }
+        copy.setReferenceResolver(&resolver);
+        EXPECT_EQ(alice, copy.getValue()) << "the resolver is taken again";
+    }
 }
 
 TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
@@ -444,6 +495,69 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
         EXPECT_EQ(row.lines, referenceLines(capture)) << row.text;
         EXPECT_EQ(!row.accepted, reference.isNull()) << row.text;
     }
+
+    // Element URIs go to the resolver before any placeholder is made, except for resolvers that
+    // only resolve placeholders: the lines, results and values are those of the placeholder's
+    // way but for the lines of the placeholder's own writes, where no placeholder is needed.
+    add(contacts, "Alice", ALICE);
+    Service& phone = service;
+    FixedResolver answersAlice(&Kivo::Test::elementOf<Contact>(contacts, ALICE));
+    // The placeholder made, copied into the reference and dropped.
+    const Texts madeAndKept{NO_JSON,
+                            "Trace: Property id has changed",
+                            "Trace: Property name has changed",
+                            "Trace: Property uri has changed",
+                            "Trace: Property uri was destroyed",
+                            "Trace: Property name was destroyed",
+                            "Trace: Property id was destroyed"};
+    const std::string null = "/Phone/contacts/" + Poco::UUID::null().toString();
+    struct Lookup {
+        std::string text;
+        IReferenceResolver* resolver;
+        bool accepted;
+        const char* name;  // the value's; null where refused
+        Texts lines;       // all, the placeholder's writes included
+    };
+    const std::vector<Lookup> lookups = {
+        {contactUri(ALICE), &resolver, true, "Alice", {NO_JSON}},
+        {contactUri(ALICE), &phone, true, "Alice", {NO_JSON}},
+        {contactUri(BOB), &phone, true, UNIDENTIFIED, madeAndKept},
+        {"/Phone/notes/" + ID, &phone, true, UNIDENTIFIED, madeAndKept},
+        {contactUri(BOB), nullptr, true, UNIDENTIFIED, madeAndKept},
+        // A resolver of placeholders only is asked with the placeholder it then keeps.
+        {contactUri(BOB), &answersAlice, true, "Alice", madeAndKept},
+        {null,
+         &phone,
+         false,
+         nullptr,
+         {NO_JSON, "Error: Failed to init property id for contactObject: invalid value",
+          "Trace: Failed to create XObject Reference from URI: Data error: Failed to initialise "
+          "XObject from JSON object!",
+          PARSE_FAILED}},
+        {"/Phone/contacts/not-a-uuid",
+         &phone,
+         false,
+         nullptr,
+         {NO_JSON, "Trace: Failed to create XObject Reference from URI: Syntax error: not-a-uuid",
+          PARSE_FAILED}},
+    };
+    for (const Lookup& row : lookups) {
+        XObjectReference reference(row.resolver);
+        ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+        EXPECT_EQ(row.accepted, reference.setValueFromString(row.text)) << row.text;
+        Texts lines = capture.texts();
+        // Only the null id's placeholder logs its property lines.
+        if (row.name == nullptr) lines = referenceLines(capture);
+        EXPECT_EQ(row.lines, lines) << row.text;
+        if (row.name == nullptr) {
+            EXPECT_TRUE(reference.isNull()) << row.text;
+            continue;
+        }
+        EXPECT_EQ(row.name, reference.getValue()->getName().getValue()) << row.text;
+        EXPECT_EQ(std::string(row.name) == "Alice", reference.isResolvedReference()) << row.text;
+    }
+    EXPECT_EQ(1, answersAlice.calls);
+    remove(ALICE);
 
     class ThrowingResolver : public IReferenceResolver {
     public:
@@ -658,6 +772,19 @@ TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndResolvesByTypePathAnd
         EXPECT_EQ(row.resolved, resolver.resolve(&reference, result)) << row.path << row.id;
         EXPECT_EQ(row.resolved ? alice.get() : nullptr, result) << row.path << row.id;
     }
+    // By location: the same lookup, from an element URI.
+    const std::pair<std::string, bool> locations[] = {
+        {"/Phone/contacts/" + ID, true},
+        {"/phone/contacts/" + ID, false},
+        {"/Phone/contacts/" + std::string(BOB), false},
+        {"/Phone/albums/" + ID, false},
+    };
+    for (const auto& [uri, resolved] : locations) {
+        XObject* found = &contacts;
+        EXPECT_EQ(resolved, resolver.resolveLocation(ElementLocation(uri), found)) << uri;
+        EXPECT_EQ(resolved ? alice.get() : nullptr, found) << uri;
+        EXPECT_FALSE(LocalReferenceResolver().resolveLocation(ElementLocation(uri), found));
+    }
     XObject* result = alice.get();
     EXPECT_FALSE(resolver.resolve(nullptr, result));
     EXPECT_EQ(nullptr, result);
@@ -665,21 +792,6 @@ TEST(LocalReferenceResolver, FilesTheFirstResourcePerUriAndResolvesByTypePathAnd
     EXPECT_FALSE(LocalReferenceResolver().resolve(alice.get(), result));
     EXPECT_EQ(nullptr, result);
 }
-
-// Answers a fixed object (null: fails after nulling the result) and counts the questions.
-class FixedResolver : public IReferenceResolver {
-public:
-    explicit FixedResolver(XObject* answer) : m_answer(answer) {}
-    bool resolve(XObject*, XObject*& result) const override {
-        ++calls;
-        result = m_answer;
-        return m_answer != nullptr;
-    }
-    mutable int calls = 0;
-
-private:
-    XObject* m_answer;
-};
 
 TEST(CombinedReferenceResolver, AsksResolversInOrderOfAdditionUntilOneAnswers) {
     XObject a(XObject::Type("Thing")), b(XObject::Type("Thing"));
@@ -703,12 +815,20 @@ TEST(CombinedReferenceResolver, AsksResolversInOrderOfAdditionUntilOneAnswers) {
         EXPECT_EQ(row.expected, result);
         EXPECT_EQ(1, first.calls);
         EXPECT_EQ(row.secondCalls, second.calls);
+        // By location, each resolver answers through resolve() with the location's placeholder.
+        const std::string uri = "/Phone/contacts/" + ID;
+        const ElementLocation location(uri);
+        result = &a;
+        EXPECT_EQ(row.expected != nullptr, chain.resolveLocation(location, result));
+        EXPECT_EQ(row.expected, result);
+        EXPECT_EQ(2, first.calls);
+        EXPECT_EQ(2 * row.secondCalls, second.calls);
 
         EXPECT_FALSE(chain.removeReferenceResolver(nullptr));
         EXPECT_TRUE(chain.removeReferenceResolver(&first));
         EXPECT_FALSE(chain.removeReferenceResolver(&first));
         EXPECT_EQ(row.second != nullptr, chain.resolve(&a, result));
-        EXPECT_EQ(1, first.calls) << "a removed resolver is not asked";
+        EXPECT_EQ(2, first.calls) << "a removed resolver is not asked";
     }
 }
 
