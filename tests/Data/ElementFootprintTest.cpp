@@ -29,12 +29,12 @@ bool heapIsCounted() {
 }
 
 // What one element of a large resource costs on the heap, indexes and bookkeeping included.
-// The bound is generous: it catches a return to earlier costs (2.4 KB per element and more), not a
+// The bound is generous: it catches a return to earlier costs (1.75 KB per element and more), not a
 // few bytes more.
 TEST(ElementFootprint, AnIndexedElementStaysSmall) {
     if (!heapIsCounted()) GTEST_SKIP() << "heap use is not measurable under this sanitizer";
     const int count = 2000;
-    const std::size_t maxBytesPerElement = 2400;
+    const std::size_t maxBytesPerElement = 1700;
     Data::Service service{"Media", "test service", 8080, PropertyValueUuid()};
     TestContainer<Track> tracks(service, "Tracks");
     const std::size_t before = mallinfo2().uordblks;
