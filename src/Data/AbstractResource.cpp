@@ -227,13 +227,7 @@ bool contains(const std::vector<std::string>& sortedKeys, const std::string& key
 }  // namespace
 
 void AbstractResource::indexElementProperties(Element& element) {
-    const std::vector<std::string> indexed = getElementPropertyKeys();
-    for (Base::PropertyBase* property : element.getProperties()) {
-        // Only a key that has no index yet pays for asking the property whether it yields one.
-        if (contains(indexed, property->getKey()) || !property->createIndex().isNull()) {
-            registerPropertyAtIndex(property);
-        }
-    }
+    registerIndexedProperties(element.getProperties());
 }
 
 void AbstractResource::unindexElementProperties(Element& element) {

@@ -29,6 +29,10 @@ public:
     /// whose property yields no index throws Poco::NullPointerException: register only
     /// indexable properties.
     bool registerPropertyAtIndex(PropertyBase* property);
+    /// Files each of `properties` whose key has an index, or that yields one for its key (which
+    /// creates the index), as registerPropertyAtIndex files it; the others are left out. One
+    /// hold of the index mutex for all of them: an element's properties are filed together.
+    void registerIndexedProperties(const std::vector<PropertyBase*>& properties);
     /// Drops the property's object from the index of its key. True, with a warning, when there
     /// is no index for the key; false for a null or parentless property.
     bool unregisterPropertyAtIndex(PropertyBase* property);

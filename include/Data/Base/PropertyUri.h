@@ -2,6 +2,7 @@
 #define QESSERVICEDATALIB_DATA_BASE_PROPERTYURI_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -75,15 +76,44 @@ protected:
     explicit PropertyValue(const std::string& text);
 
     // The URI library's text of the URI.
-    std::string_view text() const;
-    // The URI's path, decoded, as the URI library gives it.
-    std::string_view path() const;
+    std::string_view text() const { return Text::view(m_text); }
+    // The URI's path, decoded, as the URI library gives it. Inline: ordered containers of URIs
+    // compare paths many times for every value they file.
+    std::string_view path() const {
+        return isRegular() ? text().substr(m_pathBegin, m_pathLength) : irregularPath();
+    }
 
 private:
     // m_pathLength of a URI whose text does not read back as the URI.
     static constexpr std::uint32_t IRREGULAR = UINT32_MAX;
-    // A text, immutable once made, that the copies of a value share.
-    class Text;
+    // A text, immutable once made, that the copies of a value share: one block holding the
+    // count of the values that share it and the text's size, then its bytes.
+    class Text {
+    public:
+        Text(const Text&) = delete;
+        Text& operator=(const Text&) = delete;
+
+        // A text held by one value; null for the empty text.
+        static Text* make(std::string_view text);
+        // `text`, now held by one more value.
+        static Text* share(Text* text);
+        // Ends one value's hold of `text`; the last frees it.
+        static void release(Text* text);
+        static std::string_view view(const Text* text) {
+            if (text == nullptr) return std::string_view();
+            return std::string_view(reinterpret_cast<const char*>(text + 1), text->m_size);
+        }
+
+    private:
+        explicit Text(std::size_t size) : m_size(size) {}
+        ~Text() = default;
+
+        std::atomic<std::uint32_t> m_users{1};
+        const std::size_t m_size;
+    };
+
+    // The path of a URI kept whole.
+    std::string_view irregularPath() const;
 
     // Takes `uri`; `source` is the text it was read from, if any.
     void store(const value_type& uri, const std::string* source);

@@ -31,6 +31,18 @@ bool PropertyIndexUser::registerPropertyAtIndex(PropertyBase* property) {
     return dereference(entry->second).insert(property);
 }
 
+void PropertyIndexUser::registerIndexedProperties(const std::vector<PropertyBase*>& properties) {
+    Poco::Mutex::ScopedLock lock(m_mutexIndexes);
+    for (PropertyBase* property : properties) {
+        const auto entry = m_indexes.find(property->getKey());
+        if (entry != m_indexes.end() && property->getParent() != nullptr) {
+            dereference(entry->second).insert(property);
+        } else if (entry != m_indexes.end() || !property->createIndex().isNull()) {
+            registerPropertyAtIndex(property);
+        }
+    }
+}
+
 bool PropertyIndexUser::unregisterPropertyAtIndex(PropertyBase* property) {
     if (property == nullptr || property->getParent() == nullptr) {
         QES_LOG_ERROR("AbstractResource: Tried to unregister invalid element property.");

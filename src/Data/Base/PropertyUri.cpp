@@ -1,6 +1,7 @@
 #include "Data/Base/PropertyUri.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <memory>
@@ -30,57 +31,40 @@ bool readsBack(const std::string& text, const Poco::URI& uri) {
 // "//": the URI library reads such a text as that path alone and writes it back unchanged, so
 // it is a regular URI's text whose path is the whole text, and needs no parsing to be stored.
 bool isPlainPath(const std::string& text) {
+    // One look-up per character: every element's URI passes here when the element is built.
+    static const auto plain = [] {
+        std::array<bool, 256> table{};
+        for (const unsigned char c : std::string_view("/-._~")) table[c] = true;
+        for (unsigned char c = '0'; c <= '9'; ++c) table[c] = true;
+        for (unsigned char c = 'a'; c <= 'z'; ++c) table[c] = table[c - 'a' + 'A'] = true;
+        return table;
+    }();
     if (text.empty() || text[0] != '/' || (text.size() > 1 && text[1] == '/')) return false;
     for (const char c : text) {
-        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                           (c >= '0' && c <= '9') || c == '/' || c == '-' || c == '.' || c == '_' ||
-                           c == '~';
-        if (!plain) return false;
+        if (!plain[static_cast<unsigned char>(c)]) return false;
     }
     return true;
 }
 
 }  // namespace
 
-// One block: a count of the values that share it and the text's size, then its bytes.
-class PropertyValue<Poco::URI>::Text {
-public:
-    Text(const Text&) = delete;
-    Text& operator=(const Text&) = delete;
+PropertyValue<Poco::URI>::Text* PropertyValue<Poco::URI>::Text::make(std::string_view text) {
+    if (text.empty()) return nullptr;
+    Text* made = new (::operator new(sizeof(Text) + text.size())) Text(text.size());
+    std::memcpy(reinterpret_cast<char*>(made + 1), text.data(), text.size());
+    return made;
+}
 
-    // A text held by one value; null for the empty text.
-    static Text* make(std::string_view text) {
-        if (text.empty()) return nullptr;
-        Text* made = new (::operator new(sizeof(Text) + text.size())) Text(text.size());
-        std::memcpy(made->bytes(), text.data(), text.size());
-        return made;
-    }
-    // `text`, now held by one more value.
-    static Text* share(Text* text) {
-        if (text != nullptr) text->m_users.fetch_add(1, std::memory_order_relaxed);
-        return text;
-    }
-    // Ends one value's hold of `text`; the last frees it.
-    static void release(Text* text) {
-        if (text == nullptr || text->m_users.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-        text->~Text();
-        ::operator delete(text);
-    }
-    static std::string_view view(const Text* text) {
-        return text == nullptr ? std::string_view() : std::string_view(text->bytes(), text->m_size);
-    }
+PropertyValue<Poco::URI>::Text* PropertyValue<Poco::URI>::Text::share(Text* text) {
+    if (text != nullptr) text->m_users.fetch_add(1, std::memory_order_relaxed);
+    return text;
+}
 
-private:
-    explicit Text(std::size_t size) : m_size(size) {}
-    ~Text() = default;
-    char* bytes() { return reinterpret_cast<char*>(this + 1); }
-    const char* bytes() const { return reinterpret_cast<const char*>(this + 1); }
-
-    std::atomic<std::uint32_t> m_users{1};
-    const std::size_t m_size;
-};
-
-std::string_view PropertyValue<Poco::URI>::text() const { return Text::view(m_text); }
+void PropertyValue<Poco::URI>::Text::release(Text* text) {
+    if (text == nullptr || text->m_users.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    text->~Text();
+    ::operator delete(text);
+}
 
 PropertyValue<Poco::URI>::PropertyValue(const value_type& value) { store(value, nullptr); }
 
@@ -147,10 +131,7 @@ const Poco::URI& PropertyValue<Poco::URI>::uri() const {
     return *cached;
 }
 
-std::string_view PropertyValue<Poco::URI>::path() const {
-    if (!isRegular()) return uri().getPath();
-    return text().substr(m_pathBegin, m_pathLength);
-}
+std::string_view PropertyValue<Poco::URI>::irregularPath() const { return uri().getPath(); }
 
 bool PropertyValue<Poco::URI>::isValidStringValue(const std::string& text) const {
     value_type parsed;
