@@ -72,7 +72,8 @@ TEST(PropertyIndex, RefusesWhatItCannotFile) {
     EXPECT_EQ((std::vector<std::string>{"a"}), names(index.get()));
 }
 
-TEST(PropertyIndex, KeepsValueOrderAndMovesOnChange) {
+// Values in order, moved on change; lookups by text, and by patterns covering the whole text.
+TEST(PropertyIndex, KeepsValueOrderMovesOnChangeAndLooksUp) {
     StringIndex index("key");
     Owned c("c", "3"), b1("b1", "2"), a("a", "1"), b2("b2", "2");
     for (Owned* owned : {&c, &b1, &a, &b2}) ASSERT_TRUE(index.insert(&owned->property));
@@ -92,18 +93,14 @@ TEST(PropertyIndex, KeepsValueOrderAndMovesOnChange) {
     EXPECT_EQ((std::vector<std::string>{"a", "b1", "c"}), names(index.get()));
     ASSERT_TRUE(b2.property.setValue("0")) << "an unfiled property no longer moves anything";
     EXPECT_EQ((std::vector<std::string>{"a", "b1", "c"}), names(index.get()));
-}
 
-TEST(PropertyIndex, TextAndPatternLookups) {
-    StringIndex empty("key");
-    EXPECT_TRUE(empty.find(std::string("x")).empty());
-
-    StringIndex index("key");
+    StringIndex patterns("key");
+    EXPECT_TRUE(patterns.find(std::string("x")).empty()) << "an empty index";
     Owned whole("whole", "abc"), inner("inner", "xabcx");
-    ASSERT_TRUE(index.insert(&whole.property));
-    ASSERT_TRUE(index.insert(&inner.property));
+    ASSERT_TRUE(patterns.insert(&whole.property));
+    ASSERT_TRUE(patterns.insert(&inner.property));
     EXPECT_EQ((std::vector<std::string>{"whole"}),
-              names(index.find(Poco::RegularExpression("abc"))))
+              names(patterns.find(Poco::RegularExpression("abc"))))
         << "the pattern must cover the whole text";
 }
 
