@@ -293,7 +293,29 @@ TEST_F(ElementWriterTest, RefusalLeavesDataIndexesAndEventsAcceptanceRaisesOne) 
     recorder.unsubscribe(*song);
 }
 
-TEST_F(ElementWriterTest, AddsAndRemovesElements) {
+// check answers as add would, message included, and adds nothing; then add and remove.
+TEST_F(ElementWriterTest, ChecksAddsAndRemovesElements) {
+    const std::vector<std::string> requests = {
+        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"rating\":9}",
+        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"genre\":\"ska\"}",
+        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"colour\":\"red\"}",
+        "{\"id\":\"" + OTHER_ID + "\",\"rating\":1}",
+        "{\"id\":\"" + SONG_ID + "\",\"name\":\"B\"}",
+        "{\"id\":\"not a uuid\",\"name\":\"B\"}",
+    };
+    for (const std::string& request : requests) {
+        const OperationResult checked = writer.check(*parse(request));
+        EXPECT_FALSE(checked.isSuccess()) << request;
+        EXPECT_EQ(1u, songs.size()) << request;
+        const OperationResult added = writer.add(*parse(request));
+        EXPECT_EQ(added.value(), checked.value()) << request;
+        EXPECT_EQ(added.toString(), checked.toString()) << request;
+    }
+    const Poco::JSON::Object::Ptr good =
+        parse("{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"rating\":2}");
+    EXPECT_EQ(OperationResult::OK, writer.check(*good).value());
+    EXPECT_EQ(1u, songs.size());
+
     const OperationResult added = writer.add(
         *parse("{\"id\":\"" + OTHER_ID +
                "\",\"name\":\"B\",\"artist\":\"Band\",\"rating\":3.0,\"note\":null,\"level\":4}"));
@@ -321,30 +343,6 @@ TEST_F(ElementWriterTest, AddsAndRemovesElements) {
     EXPECT_FALSE(writer.add(*parse("{\"name\":\"D\",\"rating\":9}"), &untouched).isSuccess());
     EXPECT_TRUE(untouched.isNull());
     EXPECT_EQ(2u, songs.size());
-}
-
-// check answers as add would, message included, and adds nothing.
-TEST_F(ElementWriterTest, CheckAnswersAsAddWithoutAdding) {
-    const std::vector<std::string> requests = {
-        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"rating\":9}",
-        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"genre\":\"ska\"}",
-        "{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"colour\":\"red\"}",
-        "{\"id\":\"" + OTHER_ID + "\",\"rating\":1}",
-        "{\"id\":\"" + SONG_ID + "\",\"name\":\"B\"}",
-        "{\"id\":\"not a uuid\",\"name\":\"B\"}",
-    };
-    for (const std::string& request : requests) {
-        const OperationResult checked = writer.check(*parse(request));
-        EXPECT_FALSE(checked.isSuccess()) << request;
-        EXPECT_EQ(1u, songs.size()) << request;
-        const OperationResult added = writer.add(*parse(request));
-        EXPECT_EQ(added.value(), checked.value()) << request;
-        EXPECT_EQ(added.toString(), checked.toString()) << request;
-    }
-    const Poco::JSON::Object::Ptr good =
-        parse("{\"id\":\"" + OTHER_ID + "\",\"name\":\"B\",\"rating\":2}");
-    EXPECT_EQ(OperationResult::OK, writer.check(*good).value());
-    EXPECT_EQ(1u, songs.size());
     songs.postAllowed = false;
     EXPECT_EQ(OperationResult::FORBIDDEN, writer.check(*good).value());
 }
