@@ -200,21 +200,6 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
     }
 }
 
-TEST_F(XObjectReferenceTest, NullReferenceHasNoValue) {
-    XObjectReference reference(&resolver);
-    EXPECT_TRUE(reference.isNull());
-    EXPECT_FALSE(reference.isResolvedReference());
-    try {
-        reference.getValue();
-        ADD_FAILURE() << "no exception";
-    } catch (const Poco::NullPointerException& error) {
-        EXPECT_EQ("Invalid XObject Reference without any value", error.message());
-    }
-    EXPECT_EQ("", text(reference.toJSON(3)));
-    EXPECT_FALSE(reference.matches(Poco::RegularExpression(".*")));
-    EXPECT_FALSE(reference.setValue(nullptr));
-}
-
 // A reference resolves when read; when its target is destroyed it falls back to a placeholder
 // copied from it, and it leaves nothing behind at a target that outlives it.
 TEST_F(XObjectReferenceTest, ResolvesLazilyAndFallsBackWhenTheTargetIsDestroyed) {
@@ -347,30 +332,28 @@ TEST_F(XObjectReferenceTest, ThreadsResolveCompareAndCopySharedReferences) {
     EXPECT_FALSE(toBob.isResolvedReference());
 }
 
-TEST_F(XObjectReferenceTest, DestroyedHandlerChecksItsTarget) {
-    Contact* alice = add(contacts, "Alice", ALICE);
-    Contact* bob = add(contacts, "Bob", BOB);
-    XObjectReference reference;
-    std::string message = bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *alice); });
-    EXPECT_NE(std::string::npos,
-              message.find("invalid reference - received event but holds no resolved reference"))
-        << message;
-    EXPECT_NE(std::string::npos, message.find("src/Data/XObjectReference.cpp")) << message;
-    ASSERT_TRUE(reference.setValue(alice));
-    message = bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *bob); });
-    EXPECT_NE(std::string::npos,
-              message.find("invalid reference - received event from wrong xobject"))
-        << message;
-    EXPECT_EQ(alice, reference.getValue());
-    EXPECT_TRUE(reference.isResolvedReference());
-}
-
 // Which targets a list of allowed types admits is exercised by the refusal test (albums only,
 // placeholders of albums too); here: the list names identifiers, and a new one must admit the
-// current target.
-TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
+// current target. The destroyed handler, too, refuses an end that is not its target's.
+TEST_F(XObjectReferenceTest, AllowedTypesAndTheDestroyedHandlerGuardTheTarget) {
     Contact* alice = add(contacts, "Alice", ALICE);
     Note* note = add(notes, "note", BOB);
+    {
+        XObjectReference reference;
+        std::string message =
+            bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *alice); });
+        EXPECT_NE(std::string::npos, message.find("invalid reference - received event but holds "
+                                                  "no resolved reference"))
+            << message;
+        EXPECT_NE(std::string::npos, message.find("src/Data/XObjectReference.cpp")) << message;
+        ASSERT_TRUE(reference.setValue(alice));
+        message = bugcheckMessage([&] { reference.onReferenceDestroyed(nullptr, *note); });
+        EXPECT_NE(std::string::npos,
+                  message.find("invalid reference - received event from wrong xobject"))
+            << message;
+        EXPECT_EQ(alice, reference.getValue());
+        EXPECT_TRUE(reference.isResolvedReference());
+    }
     EXPECT_FALSE(XObjectReference(&resolver, {"contactObject"}).setValue(alice));
     EXPECT_TRUE(XObjectReference(&resolver, {"Phone.contacts.contactObject"}).setValue(alice));
     const std::string refusal = "New allowed type set would not allow current XObject reference";
@@ -424,9 +407,23 @@ TEST_F(XObjectReferenceTest, AllowedTypesAreIdentifiersAndMustAdmitTheTarget) {
     }
 }
 
+// A null reference has no value, writes nothing, matches nothing and orders last.
 TEST_F(XObjectReferenceTest, OrdersNullsLastAndMatchesNameIdOrUri) {
+    XObjectReference none(&resolver);
+    EXPECT_TRUE(none.isNull());
+    EXPECT_FALSE(none.isResolvedReference());
+    try {
+        none.getValue();
+        ADD_FAILURE() << "no exception";
+    } catch (const Poco::NullPointerException& error) {
+        EXPECT_EQ("Invalid XObject Reference without any value", error.message());
+    }
+    EXPECT_EQ("", text(none.toJSON(3)));
+    EXPECT_FALSE(none.matches(Poco::RegularExpression(".*")));
+    EXPECT_FALSE(none.setValue(nullptr));
+
     Contact* alice = add(contacts, "Alice", ALICE);
-    XObjectReference none, toAlice, toBob, aliceCopy, aliceShadow;
+    XObjectReference toAlice, toBob, aliceCopy, aliceShadow;
     toAlice.setValue(alice);
     toBob.setValue(add(contacts, "Bob", BOB));
     aliceCopy.setValue(alice);

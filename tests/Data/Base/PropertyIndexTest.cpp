@@ -72,7 +72,8 @@ TEST(PropertyIndex, RefusesWhatItCannotFile) {
     EXPECT_EQ((std::vector<std::string>{"a"}), names(index.get()));
 }
 
-TEST(PropertyIndex, KeepsValueOrderAndMovesOnChange) {
+// Values in order, moved on change; lookups by text, and by patterns covering the whole text.
+TEST(PropertyIndex, KeepsValueOrderMovesOnChangeAndLooksUp) {
     StringIndex index("key");
     Owned c("c", "3"), b1("b1", "2"), a("a", "1"), b2("b2", "2");
     for (Owned* owned : {&c, &b1, &a, &b2}) ASSERT_TRUE(index.insert(&owned->property));
@@ -92,18 +93,14 @@ TEST(PropertyIndex, KeepsValueOrderAndMovesOnChange) {
     EXPECT_EQ((std::vector<std::string>{"a", "b1", "c"}), names(index.get()));
     ASSERT_TRUE(b2.property.setValue("0")) << "an unfiled property no longer moves anything";
     EXPECT_EQ((std::vector<std::string>{"a", "b1", "c"}), names(index.get()));
-}
 
-TEST(PropertyIndex, TextAndPatternLookups) {
-    StringIndex empty("key");
-    EXPECT_TRUE(empty.find(std::string("x")).empty());
-
-    StringIndex index("key");
+    StringIndex patterns("key");
+    EXPECT_TRUE(patterns.find(std::string("x")).empty()) << "an empty index";
     Owned whole("whole", "abc"), inner("inner", "xabcx");
-    ASSERT_TRUE(index.insert(&whole.property));
-    ASSERT_TRUE(index.insert(&inner.property));
+    ASSERT_TRUE(patterns.insert(&whole.property));
+    ASSERT_TRUE(patterns.insert(&inner.property));
     EXPECT_EQ((std::vector<std::string>{"whole"}),
-              names(index.find(Poco::RegularExpression("abc"))))
+              names(patterns.find(Poco::RegularExpression("abc"))))
         << "the pattern must cover the whole text";
 }
 
@@ -471,7 +468,8 @@ protected:
     PropertyIndexUser user;
 };
 
-TEST_F(PropertyIndexQueryTest, GenericValueQueries) {
+// Generic queries by key, then free text over every index.
+TEST_F(PropertyIndexQueryTest, GenericValueAndFreeTextQueries) {
     struct Row {
         std::set<std::string> values;
         std::vector<std::string> found;
@@ -495,6 +493,33 @@ TEST_F(PropertyIndexQueryTest, GenericValueQueries) {
     unknown.values = {"%"};
     EXPECT_TRUE(user.find(unknown).empty()) << "keys are case-sensitive";
     EXPECT_THROW(byName({"%("}), Poco::RegularExpressionException);
+
+    EXPECT_EQ((std::vector<std::string>{"i4", "i1", "i3"}), freeText({"12"}))
+        << "the size index (key 'name' < 'size') is searched after the name index";
+    EXPECT_EQ((std::vector<std::string>{"i1"}), freeText({"ab"}))
+        << "a text that no number parses from still searches the string index";
+    EXPECT_EQ((std::vector<std::string>{"i4", "i5", "i6", "i1", "i3", "i2"}),
+              freeText({"1%", "3"}));
+
+    PropertyIndexReferenceMap broken;
+    broken["a"] = PropertyIndexBasePtr();
+    IndexFreeTextQuery query;
+    query.values = {"x"};
+    EXPECT_THROW(query(broken), Poco::NullPointerException);
+    IndexGenericValueQuery generic;
+    generic.key = "a";
+    generic.values = {"x"};
+    EXPECT_TRUE(generic(broken).empty()) << "the generic query finds nothing instead";
+    EXPECT_TRUE(IndexFreeTextQuery()(PropertyIndexReferenceMap()).empty());
+
+    // Found with the query fuzz target. The expression library compiles "^ab\0.*$" only up to
+    // the NUL, as "^ab", which matches the whole text "ab" alone; a search for the texts that
+    // start with "ab\0" answered "ab\0x" instead.
+    Item withNul("i7", std::string("ab\0x", 4), 2);
+    ASSERT_TRUE(user.registerPropertyAtIndex(&withNul.nameProperty));
+    const std::string text("ab\0%", 4);
+    EXPECT_EQ((std::vector<std::string>{"i1"}), byName({text}));
+    EXPECT_EQ((std::vector<std::string>{"i1"}), freeText({text}));
 }
 
 // Every wildcard text reaches the index through find(const RegularExpression&), so a subclass
@@ -523,37 +548,6 @@ TEST_F(PropertyIndexQueryTest, WildcardTextsGoThroughFindByExpression) {
     freeQuery.values = {"x%"};
     EXPECT_EQ((std::vector<std::string>{"i3"}), names(freeQuery(indexes)));
     EXPECT_EQ(3, counting->calls);
-}
-
-TEST_F(PropertyIndexQueryTest, WildcardTextHoldingNulFindsWhatItsExpressionMatches) {
-    // Found with the query fuzz target. The expression library compiles "^ab\0.*$" only up to
-    // the NUL, as "^ab", which matches the whole text "ab" alone; a search for the texts that
-    // start with "ab\0" answered "ab\0x" instead.
-    Item withNul("i7", std::string("ab\0x", 4), 2);
-    ASSERT_TRUE(user.registerPropertyAtIndex(&withNul.nameProperty));
-    const std::string text("ab\0%", 4);
-    EXPECT_EQ((std::vector<std::string>{"i1"}), byName({text}));
-    EXPECT_EQ((std::vector<std::string>{"i1"}), freeText({text}));
-}
-
-TEST_F(PropertyIndexQueryTest, FreeTextSearchesEveryIndex) {
-    EXPECT_EQ((std::vector<std::string>{"i4", "i1", "i3"}), freeText({"12"}))
-        << "the size index (key 'name' < 'size') is searched after the name index";
-    EXPECT_EQ((std::vector<std::string>{"i1"}), freeText({"ab"}))
-        << "a text that no number parses from still searches the string index";
-    EXPECT_EQ((std::vector<std::string>{"i4", "i5", "i6", "i1", "i3", "i2"}),
-              freeText({"1%", "3"}));
-
-    PropertyIndexReferenceMap broken;
-    broken["a"] = PropertyIndexBasePtr();
-    IndexFreeTextQuery query;
-    query.values = {"x"};
-    EXPECT_THROW(query(broken), Poco::NullPointerException);
-    IndexGenericValueQuery generic;
-    generic.key = "a";
-    generic.values = {"x"};
-    EXPECT_TRUE(generic(broken).empty()) << "the generic query finds nothing instead";
-    EXPECT_TRUE(IndexFreeTextQuery()(PropertyIndexReferenceMap()).empty());
 }
 
 TEST(PropertyIndexUser, RegistrationRulesAndLogLines) {

@@ -444,7 +444,9 @@ TEST(PropertyValueCustomString, PatternChangesKeepTheEarlierCheckOnRefusal) {
     EXPECT_THROW(PropertyValueCustomString("a", "[0-9"), Poco::RegularExpressionException);
 }
 
-TEST(PropertyValueEnum, StartsWithTheFirstGivenWordAndRefusesOthers) {
+// An enum starts with its first given word, refuses others, and falls back to the first new word
+// when its own is taken away.
+TEST(PropertyValueEnum, HoldsTheFirstGivenWordAndRefusesOthers) {
     EXPECT_EQ("off", PropertyValueEnum(Words{"off", "auto", "on"}).getValue())
         << "first in the given order, not the smallest";
     EXPECT_EQ("", PropertyValueEnum(Words{}).getValue());
@@ -459,6 +461,26 @@ TEST(PropertyValueEnum, StartsWithTheFirstGivenWordAndRefusesOthers) {
     value.addEnumValue("dim");
     EXPECT_TRUE(value.setValueFromString("dim"));
     EXPECT_FALSE(PropertyValueEnum(Words{}).setCustomFormat("x")) << "an enum is not custom";
+
+    PropertyValueEnum lost("on", Words{"off", "on"});
+    lost.setEnumValues({"on", "dim"});
+    EXPECT_EQ("on", lost.getValue()) << "still allowed";
+    EXPECT_EQ((PropertyValueEnum::EnumValueSet{"dim", "on"}), lost.getEnumValues());
+    lost.setEnumValues({"low", "high"});
+    EXPECT_EQ("low", lost.getValue()) << "first in the given order";
+    lost.setEnumValues({});
+    EXPECT_EQ("low", lost.getValue()) << "an empty list allows the current value";
+
+    // A kind that refuses the empty text falls back to the undefined text instead.
+    class NonEmptyEnum : public PropertyValueEnum {
+    public:
+        NonEmptyEnum() : PropertyValueEnum(Words{}) {}
+        bool isValidValue(const std::string& text) const override {
+            return !text.empty() && PropertyValueEnum::isValidValue(text);
+        }
+    } strict;
+    strict.setEnumValues({});
+    EXPECT_EQ("<undefined>", strict.getValue());
 }
 
 // The declared order is kept beside the byte-wise set, each word once, at its first place.
@@ -480,28 +502,6 @@ TEST(PropertyValueEnum, KeepsTheDeclaredOrderOfItsWords) {
     EXPECT_EQ(&value.getEnumValues(), &same.getEnumValues());
     EXPECT_NE(&value.getEnumValues(), &reordered.getEnumValues());
     EXPECT_EQ((Words{"a", "z"}), reordered.getDeclaredEnumValues());
-}
-
-TEST(PropertyValueEnum, SetEnumValuesReplacesAValueThatLostItsWord) {
-    PropertyValueEnum value("on", Words{"off", "on"});
-    value.setEnumValues({"on", "dim"});
-    EXPECT_EQ("on", value.getValue()) << "still allowed";
-    EXPECT_EQ((PropertyValueEnum::EnumValueSet{"dim", "on"}), value.getEnumValues());
-    value.setEnumValues({"low", "high"});
-    EXPECT_EQ("low", value.getValue()) << "first in the given order";
-    value.setEnumValues({});
-    EXPECT_EQ("low", value.getValue()) << "an empty list allows the current value";
-
-    // A kind that refuses the empty text falls back to the undefined text instead.
-    class NonEmptyEnum : public PropertyValueEnum {
-    public:
-        NonEmptyEnum() : PropertyValueEnum(Words{}) {}
-        bool isValidValue(const std::string& text) const override {
-            return !text.empty() && PropertyValueEnum::isValidValue(text);
-        }
-    } strict;
-    strict.setEnumValues({});
-    EXPECT_EQ("<undefined>", strict.getValue());
 }
 
 // Values of one format share one compiled expression, and values with equal patterns or
