@@ -41,8 +41,6 @@ public:
     std::size_t size() const;
     /// The position of `key`, or npos.
     std::size_t find(const std::string& key) const;
-    /// The position `key` has or would take: the first key not before it.
-    std::size_t lowerBound(const std::string& key) const;
     /// The pooled key at `at` (less than size()).
     const std::string& keyAt(std::size_t at) const;
     /// The property at `at` (less than size()) of `owner`, the object holding this registry;

@@ -30,21 +30,8 @@ struct PropertyRegistry::Slots {
     const Slot* first;
     std::size_t size;
 
-    // Binary searches written out: the keys are few, and a generic search with a comparator
-    // object costs a lookup more than the comparisons do.
-    std::size_t lowerBound(const std::string& key) const {
-        std::size_t low = 0;
-        std::size_t high = size;
-        while (low < high) {
-            const std::size_t middle = (low + high) / 2;
-            if (first[middle].key->compare(key) < 0) {
-                low = middle + 1;
-            } else {
-                high = middle;
-            }
-        }
-        return low;
-    }
+    // A binary search written out: every property look-up of an object comes here, and
+    // std::lower_bound with a comparator was not inlined, costing more than its comparisons.
     std::size_t find(const std::string& key) const {
         std::size_t low = 0;
         std::size_t high = size;
@@ -131,10 +118,6 @@ std::vector<PropertyRegistry::Slot>& PropertyRegistry::own() const {
 }
 
 std::size_t PropertyRegistry::size() const { return slots().size; }
-
-std::size_t PropertyRegistry::lowerBound(const std::string& key) const {
-    return slots().lowerBound(key);
-}
 
 std::size_t PropertyRegistry::find(const std::string& key) const {
     return slots().find(key);
