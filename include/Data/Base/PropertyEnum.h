@@ -59,7 +59,7 @@ private:
         EnumValueSet set;
         EnumValues declared;  // the words of `set`, in declared order
     };
-    class SharedWordsTable;
+    struct SharedWordsKey;
 
     // The shared copy of the words of `values`, in declared order without repeats.
     static std::shared_ptr<const SharedWords> wordsOf(const EnumValues& values);

@@ -5,9 +5,9 @@
 
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
-#include <Poco/Mutex.h>
 
 #include "Data/Base/PropertyBase.h"
+#include "InternTable.h"
 #include "KeyPool.h"
 #include "Logging/Log.h"
 
@@ -20,53 +20,16 @@ namespace {
 
 // The types live objects use, one copy of each: an element's type is the same for every
 // element of its resource, and so is a reference placeholder's for every placeholder of one
-// target resource. A type leaves the table when its last object goes, so types made up from
-// texts clients send do not pile up.
-class TypeTable {
-public:
-    // The table's copy of a type equal to `type`, made now if no live object has one.
-    std::shared_ptr<const Object::Type> intern(const Object::Type& type) {
-        Poco::FastMutex::ScopedLock lock(m_mutex);
-        const auto entry = m_types.find(&type);
-        if (entry != m_types.end()) {
-            if (std::shared_ptr<const Object::Type> shared = entry->second.lock()) return shared;
-            // Its last object is going: the deleter waits for the mutex and will find the
-            // entry replaced.
-            m_types.erase(entry);
-        }
-        std::shared_ptr<const Object::Type> shared(
-            new Object::Type(type), [this](const Object::Type* gone) { forget(gone); });
-        m_types.emplace(shared.get(), shared);
-        return shared;
+// target resource. Types made up from texts clients send leave with their last object.
+struct TypeKey {
+    typedef Object::Type key_type;
+    static const Object::Type& keyOf(const Object::Type& type) { return type; }
+    static bool less(const Object::Type& a, const Object::Type& b) {
+        if (a.identifier != b.identifier) return a.identifier < b.identifier;
+        if (a.path != b.path) return a.path < b.path;
+        return a.name < b.name;
     }
-
-private:
-    struct Less {
-        bool operator()(const Object::Type* a, const Object::Type* b) const {
-            if (a->identifier != b->identifier) return a->identifier < b->identifier;
-            if (a->path != b->path) return a->path < b->path;
-            return a->name < b->name;
-        }
-    };
-
-    void forget(const Object::Type* gone) {
-        {
-            Poco::FastMutex::ScopedLock lock(m_mutex);
-            const auto entry = m_types.find(gone);
-            if (entry != m_types.end() && entry->first == gone) m_types.erase(entry);
-        }
-        delete gone;
-    }
-
-    Poco::FastMutex m_mutex;
-    std::map<const Object::Type*, std::weak_ptr<const Object::Type>, Less> m_types;
 };
-
-TypeTable& typeTable() {
-    // Never destroyed: objects of static storage may go after any static table would.
-    static TypeTable* const table = new TypeTable;
-    return *table;
-}
 
 }  // namespace
 
@@ -85,7 +48,9 @@ Object::Object(const Type& type, const Kivo::RecursiveRWLockPtr& lock)
     : Object(internType(type), lock) {}
 
 std::shared_ptr<const Object::Type> Object::internType(const Type& type) {
-    return typeTable().intern(type);
+    // Never destroyed: objects of static storage may go after any static table would.
+    static auto* const table = new InternTable<Type, TypeKey>;
+    return table->intern(type, [&type] { return new Type(type); });
 }
 
 std::shared_ptr<const Object::Type> Object::childType(const Object& parent,

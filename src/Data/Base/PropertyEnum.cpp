@@ -1,47 +1,17 @@
 #include "Data/Base/PropertyEnum.h"
 
-#include <map>
-#include <mutex>
-
 #include <Poco/Exception.h>
+
+#include "InternTable.h"
 
 namespace Kivo::Data::Base {
 
-// The words in use, one shared copy per declared list. A copy leaves the table when its last
-// value goes, so lists a service changes at run time do not pile up.
-class PropertyValueEnum::SharedWordsTable {
-public:
-    static std::shared_ptr<const SharedWords> intern(EnumValues declared) {
-        // Never destroyed: values of static storage may go after any static table would.
-        static SharedWordsTable* const table = new SharedWordsTable;
-        return table->find(std::move(declared));
-    }
-
-private:
-    std::shared_ptr<const SharedWords> find(EnumValues declared) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto entry = m_words.find(declared);
-        if (entry != m_words.end()) {
-            if (std::shared_ptr<const SharedWords> shared = entry->second.lock()) return shared;
-            // Its last value is going: the deleter waits for the mutex and finds it replaced.
-            m_words.erase(entry);
-        }
-        SharedWords* made = new SharedWords{EnumValueSet(declared.begin(), declared.end()), declared};
-        std::shared_ptr<const SharedWords> shared(made, [this](const SharedWords* gone) { forget(gone); });
-        m_words.emplace(std::move(declared), shared);
-        return shared;
-    }
-    void forget(const SharedWords* gone) {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            const auto entry = m_words.find(gone->declared);
-            if (entry != m_words.end() && entry->second.expired()) m_words.erase(entry);
-        }
-        delete gone;
-    }
-
-    std::mutex m_mutex;
-    std::map<EnumValues, std::weak_ptr<const SharedWords>> m_words;
+// The words in use, one shared copy per declared list, keyed by that list: lists a service
+// changes at run time do not pile up.
+struct PropertyValueEnum::SharedWordsKey {
+    typedef EnumValues key_type;
+    static const EnumValues& keyOf(const SharedWords& words) { return words.declared; }
+    static bool less(const EnumValues& a, const EnumValues& b) { return a < b; }
 };
 
 std::shared_ptr<const PropertyValueEnum::SharedWords> PropertyValueEnum::wordsOf(
@@ -51,7 +21,11 @@ std::shared_ptr<const PropertyValueEnum::SharedWords> PropertyValueEnum::wordsOf
     for (const std::string& word : values) {
         if (seen.insert(word).second) declared.push_back(word);
     }
-    return SharedWordsTable::intern(std::move(declared));
+    // Never destroyed: values of static storage may go after any static table would.
+    static auto* const table = new InternTable<SharedWords, SharedWordsKey>;
+    return table->intern(declared, [&declared] {
+        return new SharedWords{EnumValueSet(declared.begin(), declared.end()), declared};
+    });
 }
 
 PropertyValueEnum::PropertyValueEnum(const EnumValues& values)
