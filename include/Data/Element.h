@@ -171,6 +171,8 @@ protected:
     OperationResult initElementFromJSON(const Poco::JSON::Object* json);
     /// Called by OptionalPropertyBase's constructor: false if the key is taken.
     bool registerOptionalProperty(OptionalPropertyBase* optional);
+    /// Called by OptionalPropertyBase's destructor: the element no longer finds `optional`.
+    void unregisterOptionalProperty(const OptionalPropertyBase* optional);
     /// The owner-side write of `text` into a present property of the element, as in XObject.
     using XObject::setOwnPropertyValueFromString;
     /// An owner-side write of an optional property (creating it if needed).
@@ -209,9 +211,10 @@ private:
     void announceChanged(const KeyCollection& keys) const;
 
     AbstractResource* m_resource;             // not owned; outlives the element
-    // Allocated by the first optional property: most elements have none. Guarded by the write
-    // lock; the properties are not owned.
-    std::unique_ptr<OptionalPropertyMap> m_optionalProperties;
+    // The first of the element's optional property handles, in key order, each linking to the
+    // next: the handles are members of the element and few, so a list through them costs no
+    // allocation. Guarded by the write lock; not owned.
+    OptionalPropertyBase* m_optionalProperties = nullptr;
     // What the changes of one changeAsOne raised: the keys, and whether any raise happened.
     struct Combined {
         KeyCollection keys;

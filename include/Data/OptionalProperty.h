@@ -44,7 +44,8 @@ public:
     virtual bool setValueFromString(const std::string& text) = 0;
     /// Whether setValueFromString would accept `text`; changes nothing.
     virtual bool isValidValue(const std::string& text) const = 0;
-    virtual ~OptionalPropertyBase() = default;
+    /// Leaves the element's list of optional properties; the key stays known.
+    virtual ~OptionalPropertyBase();
     /// Creates the property object with its initial value, if it does not exist.
     virtual void initPropertyValue() = 0;
     /// The value a first write starts from, which fixes format, limits and allowed words, so
@@ -70,6 +71,13 @@ protected:
     Element& m_parent;
     /// What isInitialValue() answers; the concrete handle keeps it current.
     bool m_isInitialValue;
+
+private:
+    friend class AbstractResource;
+    friend class Element;
+
+    // The element's next optional property handle in key order, or null.
+    OptionalPropertyBase* m_nextOptional = nullptr;
 };
 
 /// A ready optional property holding a Property<V> once a value is set.

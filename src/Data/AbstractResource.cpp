@@ -347,11 +347,10 @@ Poco::JSON::Object::Ptr describe(const Base::PropertyBase& property) {
 Poco::JSON::Object::Ptr AbstractResource::specificationOf(Element& prototype) const {
     Util::ScopedRecursiveWriteLock lock(*prototype.getLock());
     std::set<Base::PropertyKey> optional;
-    if (prototype.m_optionalProperties != nullptr) {
-        for (const auto& entry : *prototype.m_optionalProperties) {
-            entry.second->initPropertyValue();
-            optional.insert(entry.first);
-        }
+    for (OptionalPropertyBase* handle = prototype.m_optionalProperties; handle != nullptr;
+         handle = handle->m_nextOptional) {
+        handle->initPropertyValue();
+        optional.insert(handle->key);
     }
     Poco::JSON::Object::Ptr properties = new Poco::JSON::Object;
     for (const Base::PropertyBase* property : prototype.getProperties()) {

@@ -98,7 +98,7 @@ Element::~Element() {
         unregisterAllProperties();
         {
             ScopedRecursiveWriteLock lock(lockRef());
-            m_optionalProperties.reset();
+            m_optionalProperties = nullptr;
         }
         // DataChanged is not cleared: clearing would disable the delegates that queued
         // deliveries, the destructor's own among them, hold.
@@ -132,9 +132,11 @@ bool Element::checkWriteAccess(const PropertyKey& key) const {
 }
 
 OptionalPropertyBase* Element::findOptional(const PropertyKey& key) const {
-    if (m_optionalProperties == nullptr) return nullptr;
-    const auto entry = m_optionalProperties->find(key);
-    return entry == m_optionalProperties->end() ? nullptr : entry->second;
+    for (OptionalPropertyBase* optional = m_optionalProperties; optional != nullptr;
+         optional = optional->m_nextOptional) {
+        if (optional->key == key) return optional;
+    }
+    return nullptr;
 }
 
 OperationResult Element::setProperty(const PropertyKey& key, const std::string& value) {
@@ -340,13 +342,24 @@ OperationResult::Value Element::initPropertyFromMember(const PropertyKey& key,
 
 bool Element::registerOptionalProperty(OptionalPropertyBase* optional) {
     ScopedRecursiveWriteLock lock(lockRef());
-    if (m_optionalProperties == nullptr) m_optionalProperties.reset(new OptionalPropertyMap);
-    if (!m_optionalProperties->emplace(optional->key, optional).second) return false;
-    if (!registerProperty(optional->key, nullptr)) {
-        m_optionalProperties->erase(optional->key);
-        return false;
-    }
+    OptionalPropertyBase** link = &m_optionalProperties;
+    while (*link != nullptr && (*link)->key < optional->key) link = &(*link)->m_nextOptional;
+    if (*link != nullptr && (*link)->key == optional->key) return false;
+    if (!registerProperty(optional->key, nullptr)) return false;
+    optional->m_nextOptional = *link;
+    *link = optional;
     return true;
+}
+
+void Element::unregisterOptionalProperty(const OptionalPropertyBase* optional) {
+    ScopedRecursiveWriteLock lock(lockRef());
+    for (OptionalPropertyBase** link = &m_optionalProperties; *link != nullptr;
+         link = &(*link)->m_nextOptional) {
+        if (*link == optional) {
+            *link = optional->m_nextOptional;
+            return;
+        }
+    }
 }
 
 bool Element::setOwnPropertyValueFromString(const std::string& text,

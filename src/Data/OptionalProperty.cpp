@@ -18,6 +18,14 @@ OptionalPropertyBase::OptionalPropertyBase(const Base::PropertyKey& propertyKey,
     }
 }
 
+OptionalPropertyBase::~OptionalPropertyBase() {
+    try {
+        m_parent.unregisterOptionalProperty(this);
+    } catch (...) {
+        poco_unexpected();
+    }
+}
+
 void OptionalPropertyBase::announceFirstValue() {
     m_parent.raiseDataChanged(IElementDataChangedSource::DataChangedEventPayload(m_parent, key));
 }
