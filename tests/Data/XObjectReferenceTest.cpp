@@ -45,6 +45,13 @@ const char* const UNRESOLVED =
     "Trace: getValuePriv Could not resolve internal reference to an actual XObject. Going to use "
     "placeholder value.";
 const char* const UNIDENTIFIED = "unidentified element";
+const char* const NULL_ID = "Error: Failed to init property id for contactObject: invalid value";
+const char* const INVALID_URI = "Invalid argument: Invalid XObject URI";
+
+// The trace line of a text in `form` ("URI" or "JSON") no reference could be made from.
+std::string failedFrom(const char* form, const std::string& reason) {
+    return std::string("Trace: Failed to create XObject Reference from ") + form + ": " + reason;
+}
 
 std::string contactUri(const char* id) { return std::string("/Phone/contacts/") + id; }
 
@@ -175,8 +182,7 @@ TEST_F(XObjectReferenceTest, PlaceholdersComeFromElementUrisOnly) {
         ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
         EXPECT_THROW(DummyObject::createFromUri("/Phone/contacts/" + Poco::UUID::null().toString()),
                      Poco::DataException);
-        EXPECT_EQ((Texts{"Error: Failed to init property id for contactObject: invalid value"}),
-                  referenceLines(capture));
+        EXPECT_EQ(Texts{NULL_ID}, referenceLines(capture));
     }
     // A location refuses what the placeholder refuses, with the same line.
     const std::function<void(const std::string&)> makers[] = {
@@ -448,18 +454,9 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
     const std::vector<Row> rows = {
         {contactUri(ALICE), true, {NO_JSON}},
         {alice + R"(,"uri":")" + contactUri(ALICE) + "\"}", true, {}},
-        {"/Phone/contacts",
-         false,
-         {NO_JSON, BAD_URI,
-          "Trace: Failed to create XObject Reference from URI: Invalid argument: Invalid XObject "
-          "URI",
-          PARSE_FAILED}},
-        {alice + "}",
-         false,
-         {BAD_URI,
-          "Trace: Failed to create XObject Reference from JSON: Invalid argument: Invalid "
-          "XObject URI",
-          PARSE_FAILED}},
+        {"/Phone/contacts", false,
+         {NO_JSON, BAD_URI, failedFrom("URI", INVALID_URI), PARSE_FAILED}},
+        {alice + "}", false, {BAD_URI, failedFrom("JSON", INVALID_URI), PARSE_FAILED}},
         {"[1]", false, {PARSE_FAILED}},
         {" " + alice + R"(,"uri":")" + contactUri(ALICE) + "\"}", true, {}},
         {"http://host" + contactUri(ALICE), true, {NO_JSON}},
@@ -507,20 +504,12 @@ TEST_F(XObjectReferenceTest, ParsesJSONOrElseUriAndLogsEachFailure) {
         {contactUri(BOB), nullptr, true, UNIDENTIFIED, madeAndKept},
         // A resolver of placeholders only is asked with the placeholder it then keeps.
         {contactUri(BOB), &answersAlice, true, "Alice", madeAndKept},
-        {null,
-         &phone,
-         false,
-         nullptr,
-         {NO_JSON, "Error: Failed to init property id for contactObject: invalid value",
-          "Trace: Failed to create XObject Reference from URI: Data error: Failed to initialise "
-          "XObject from JSON object!",
+        {null, &phone, false, nullptr,
+         {NO_JSON, NULL_ID,
+          failedFrom("URI", "Data error: Failed to initialise XObject from JSON object!"),
           PARSE_FAILED}},
-        {"/Phone/contacts/not-a-uuid",
-         &phone,
-         false,
-         nullptr,
-         {NO_JSON, "Trace: Failed to create XObject Reference from URI: Syntax error: not-a-uuid",
-          PARSE_FAILED}},
+        {"/Phone/contacts/not-a-uuid", &phone, false, nullptr,
+         {NO_JSON, failedFrom("URI", "Syntax error: not-a-uuid"), PARSE_FAILED}},
     };
     for (const Lookup& row : lookups) {
         XObjectReference reference(row.resolver);
