@@ -271,7 +271,8 @@ TEST_F(ElementWriterTest, RefusalLeavesDataIndexesAndEventsAcceptanceRaisesOne) 
         {"{\"note\":null,\"name\":\"Two\",\"rating\":3.0}", OperationResult::NO_UPDATE, {}},
         {"{\"note\":\"back\",\"level\":null}", OperationResult::OK, {"note"}},
         {"{\"note\":null}", OperationResult::OK, {"note"}},
-        {"{\"level\":3,\"tags\":[\"t\"]}", OperationResult::OK, {"level", "tags"}},
+        // A first value equal to the optional property's default still makes the key appear.
+        {"{\"level\":1,\"tags\":[\"t\"]}", OperationResult::OK, {"level", "tags"}},
     };
     std::size_t events = 1;
     for (const Row& row : rows) {
@@ -288,7 +289,7 @@ TEST_F(ElementWriterTest, RefusalLeavesDataIndexesAndEventsAcceptanceRaisesOne) 
     }
     // Created and removed optional properties come and go in the index.
     EXPECT_EQ(0u, found("note", "back"));
-    EXPECT_EQ(1u, found("level", "3"));
+    EXPECT_EQ(1u, found("level", "1"));
     EXPECT_EQ(1u, found("name", "Two"));
     recorder.unsubscribe(*song);
 }

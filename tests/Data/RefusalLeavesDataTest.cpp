@@ -444,26 +444,5 @@ TEST(RefusalLeavesData, RandomWritesChangeExactlyWhatTheyNameOrNothing) {
     EXPECT_TRUE(quiet.texts().empty()) << quiet.texts().front();
 }
 
-// A first value equal to the optional property's default still makes the key appear.
-TEST(RefusalLeavesData, FirstOptionalValueEqualToTheDefaultIsReported) {
-    MediaService service;
-    ASSERT_TRUE(generateMediaData(1, 8, 0, DEFAULT_SEED).loadInto(service));
-    ChangeLog log(service);
-    AbstractResource::ElementQueryResult tracks;
-    service.tracks.getElements(tracks, 0, 8);
-    const auto unrated = std::find_if(tracks.begin(), tracks.end(), [](const auto& track) {
-        return !track->hasProperty("rating");
-    });
-    ASSERT_NE(tracks.end(), unrated);
-    const Object::Ptr rating =
-        service.tracks.getSpecificationAsJSON()->getObject("properties")->getObject("rating");
-    ASSERT_EQ(OperationResult::OK,
-              (*unrated)->setProperty("rating", compact(rating->get("default"))).value());
-    EXPECT_TRUE(log.waitFor(1, DELIVERY_TIMEOUT));
-    EXPECT_EQ(std::vector<Change>{Change("Tracks", (*unrated)->getIdentification().toString(),
-                                         {"rating"})},
-              log.since(0));
-}
-
 }  // namespace
 }  // namespace Media

@@ -61,7 +61,11 @@ public:
         return -1;
     }
 
-    WebSocket& socket() { return m_socket; }
+    // Subscribes with `filter` (JSON object text); the server's confirmation.
+    Poco::JSON::Object::Ptr subscribe(const std::string& filter) {
+        send(R"({"subscribe": )" + filter + "}");
+        return receiveJSON();
+    }
 
 private:
     Poco::Net::HTTPClientSession m_session;
@@ -89,8 +93,7 @@ TEST_F(WebFeed, TenThousandWritesArriveOnceAndInOrder) {
     options.feedQueueLimit = 20000;
     start(options);
     FeedClient client(m_server->port());
-    client.send(R"({"subscribe": {"resources": ["Tracks"], "keys": ["name"]}})");
-    const auto subscribed = client.receiveJSON();
+    const auto subscribed = client.subscribe(R"({"resources": ["Tracks"], "keys": ["name"]})");
     ASSERT_EQ("subscribed", subscribed->getValue<std::string>("event"));
     ASSERT_EQ(0u, subscribed->getValue<Poco::UInt64>("revision"));
     const std::vector<Poco::UUID> tracks = trackIds(7);
@@ -126,8 +129,7 @@ TEST_F(WebFeed, SubscribersResumeFiltersAndResync) {
              {R"({"since": 999999})", {"resync 6"}},
          }) {
         FeedClient client(m_server->port());
-        client.send(R"({"subscribe": )" + c.subscribe + "}");
-        EXPECT_EQ(6, client.receiveJSON()->getValue<int>("revision"));
+        EXPECT_EQ(6, client.subscribe(c.subscribe)->getValue<int>("revision"));
         std::vector<std::string> got;
         for (std::size_t i = 0; i < c.expected.size(); ++i) {
             const auto event = client.receiveJSON();
@@ -138,8 +140,7 @@ TEST_F(WebFeed, SubscribersResumeFiltersAndResync) {
     }
     // From now: only what follows.
     FeedClient client(m_server->port());
-    client.send(R"({"subscribe": {}})");
-    EXPECT_EQ(6, client.receiveJSON()->getValue<int>("revision"));
+    EXPECT_EQ(6, client.subscribe("{}")->getValue<int>("revision"));
     rename(tracks[1], "later");
     const auto event = client.receiveJSON();
     EXPECT_EQ(7, event->getValue<int>("revision"));
@@ -151,8 +152,7 @@ TEST_F(WebFeed, AnOverflowingClientGetsAResyncAndThenTheEventsAfterIt) {
     options.feedQueueLimit = 2;
     start(options);
     FeedClient client(m_server->port());
-    client.send(R"({"subscribe": {"resources": ["Tracks"]}})");
-    client.receiveJSON();
+    client.subscribe(R"({"resources": ["Tracks"]})");
     const std::vector<Poco::UUID> tracks = trackIds(3);
     const int writes = 3000;
     for (int i = 1; i <= writes; ++i) rename(tracks[i % tracks.size()], "w" + std::to_string(i));
@@ -179,8 +179,7 @@ TEST_F(WebFeed, AnOverflowingClientGetsAResyncAndThenTheEventsAfterIt) {
 TEST_F(WebFeed, ThrottledChangesLoseNothingAndKeepTheLatestValues) {
     start();
     FeedClient client(m_server->port());
-    client.send(R"({"subscribe": {"resources": ["Tracks"], "minInterval": 200}})");
-    client.receiveJSON();
+    client.subscribe(R"({"resources": ["Tracks"], "minInterval": 200})");
     const Poco::UUID track = trackIds(1).front();
     for (int i = 1; i <= 50; ++i) {
         ASSERT_TRUE(Client::ElementWriter(m_service.tracks)
@@ -239,8 +238,7 @@ TEST_F(WebFeed, BadFramesCloseWithTheirCodeAndTheServerCarriesOn) {
 TEST_F(WebFeed, StoppingClosesWebSocketsWithGoingAwayAndEndsIdleConnections) {
     start();
     FeedClient subscribed(m_server->port());
-    subscribed.send(R"({"subscribe": {}})");
-    subscribed.receiveJSON();
+    subscribed.subscribe("{}");
     FeedClient silent(m_server->port());
     Poco::Net::HTTPClientSession idle("127.0.0.1", m_server->port());
     Poco::Net::HTTPRequest request("GET", "/api", Poco::Net::HTTPMessage::HTTP_1_1);
@@ -280,8 +278,7 @@ TEST_F(WebFeed, TokensGuardTheFeedAndFilterItsResources) {
         EXPECT_EQ(c.status, response.getStatus()) << c.path;
     }
     FeedClient client(m_server->port(), "/api/Media/events?access_token=playlists-reader-0001");
-    client.send(R"({"subscribe": {}})");
-    client.receiveJSON();
+    client.subscribe("{}");
     rename(trackIds(1).front(), "unseen");
     Data::AbstractResource::ElementQueryResult playlists;
     ASSERT_TRUE(m_service.playlists.getElements(playlists, 0, 1).isSuccess());

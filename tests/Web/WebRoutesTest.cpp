@@ -89,7 +89,7 @@ TEST_F(WebRoutes, EveryRouteAnswersTheStatusAndResultOfItsCase) {
     EXPECT_EQ(1u, m_sealed.size());
 }
 
-TEST_F(WebRoutes, ServiceDescriptionsCombineTheResourceGates) {
+TEST_F(WebRoutes, DescriptionsCombineTheResourceGatesAndPagesStayInBounds) {
     start();
     const Poco::JSON::Object::Ptr services = call("GET", "/api").object();
     EXPECT_EQ("Media", services->getArray("services")->getObject(0)->getValue<std::string>("name"));
@@ -112,10 +112,8 @@ TEST_F(WebRoutes, ServiceDescriptionsCombineTheResourceGates) {
                                                   {"Sealed", "1 get"},
                                                   {"Tracks", "600 get post delete"}}),
               gates);
-}
 
-TEST_F(WebRoutes, PagesCoverEveryElementOnceInIdOrderWithinTheBounds) {
-    start();
+    // Pages cover every element once, in id order, within the bounds.
     const std::vector<std::string> all = ids("Tracks");
     ASSERT_EQ(500u, all.size());  // count is clamped at 500
     EXPECT_TRUE(std::is_sorted(all.begin(), all.end()));
@@ -187,25 +185,20 @@ TEST_F(WebRoutes, SearchesCountTheirMatchesAndSurviveHostileTexts) {
     EXPECT_EQ(600, call("GET", "/api/Media/Tracks?q=%25%25").object()->getValue<int>("total"));
 }
 
-TEST_F(WebRoutes, ElementsCarryTheirRevisionAndExpandReferences) {
+TEST_F(WebRoutes, ElementsCarryTheirRevisionExpandReferencesAndRefuseStaleWrites) {
     start();
-    const std::string track = ids("Tracks").front();
-    const Answer plain = call("GET", "/api/Media/Tracks/" + track);
+    const std::string path = "/api/Media/Tracks/" + ids("Tracks").front();
+    const Answer plain = call("GET", path);
     ASSERT_EQ(200, plain.status);
     EXPECT_EQ("\"0\"", plain.header("ETag"));
     const std::string albumUri = plain.object()->getValue<std::string>("album");
     EXPECT_EQ(0u, albumUri.rfind("/Media/Albums/", 0)) << albumUri;
-    const Poco::JSON::Object::Ptr expanded =
-        call("GET", "/api/Media/Tracks/" + track + "?expand=album").object();
+    const Poco::JSON::Object::Ptr expanded = call("GET", path + "?expand=album").object();
     ASSERT_FALSE(expanded->getObject("album").isNull()) << plain.body;
     EXPECT_EQ(albumUri, expanded->getObject("album")->getValue<std::string>("uri"));
     EXPECT_EQ(plain.object()->getValue<std::string>("name"),
               expanded->getValue<std::string>("name"));
-}
 
-TEST_F(WebRoutes, ConditionalWritesAreRefusedOnceTheElementChanged) {
-    start();
-    const std::string path = "/api/Media/Tracks/" + ids("Tracks").front();
     struct Case {
         std::string ifMatch;
         std::string body;
@@ -238,33 +231,29 @@ TEST_F(WebRoutes, ConditionalWritesAreRefusedOnceTheElementChanged) {
     EXPECT_EQ(3, call("GET", "/api/Media").object()->getValue<int>("revision"));
 }
 
-TEST_F(WebRoutes, AddedElementsAreFoundAtTheirLocationUntilDeleted) {
-    start();
-    const Answer added = call("POST", "/api/Media/Playlists", R"({"name": "Night drive"})");
+TEST_F(WebRoutes, AddsAndDeletesAtTheElementsLocationAndRefusesOversizedOrMistypedBodies) {
+    WebServerOptions options;
+    options.maxBodySize = 4096;
+    start(options);
+    const std::string path = "/api/Media/Playlists";
+    const Answer added = call("POST", path, R"({"name": "Night drive"})");
     ASSERT_EQ(201, added.status) << added.body;
-    const std::string id = added.object()->getValue<std::string>("id");
     EXPECT_EQ("ok", added.result());
     EXPECT_EQ("", added.object()->getValue<std::string>("message"));
     const std::string location = added.header("Location");
-    EXPECT_EQ("/api/Media/Playlists/" + id, location);
+    EXPECT_EQ(path + "/" + added.object()->getValue<std::string>("id"), location);
     EXPECT_EQ("Night drive", call("GET", location).object()->getValue<std::string>("name"));
-    const Answer withId = call("POST", "/api/Media/Playlists",
-                               R"({"name": "Chosen", "id": ")" + UNKNOWN_ID + "\"}");
+    const Answer withId = call("POST", path, R"({"name": "Chosen", "id": ")" + UNKNOWN_ID + "\"}");
     EXPECT_EQ(201, withId.status);
-    EXPECT_EQ("/api/Media/Playlists/" + UNKNOWN_ID, withId.header("Location"));
+    EXPECT_EQ(path + "/" + UNKNOWN_ID, withId.header("Location"));
     const Answer removed = call("DELETE", location);
     EXPECT_EQ(200, removed.status);
     EXPECT_EQ("ok", removed.result());
     EXPECT_EQ(404, call("GET", location).status);
     EXPECT_EQ(404, call("DELETE", location).status);
     EXPECT_EQ(13u, m_service.playlists.size());
-}
 
-TEST_F(WebRoutes, BodiesOverTheLimitAndWrongContentTypesAreRefused) {
-    WebServerOptions options;
-    options.maxBodySize = 4096;
-    start(options);
-    const std::string path = "/api/Media/Playlists";
+    // Bodies: up to the limit, and JSON only.
     EXPECT_EQ(413, call("POST", path, R"({"name": ")" + std::string(5000, 'a') + "\"}").status);
     EXPECT_EQ(201, call("POST", path, R"({"name": ")" + std::string(4000, 'a') + "\"}").status);
     for (const char* type : {"text/plain", "application/x-www-form-urlencoded", ""}) {
