@@ -70,6 +70,21 @@ TypeTable& typeTable() {
 
 }  // namespace
 
+void PropertyEventPayload::writePreviousValue() const {
+    m_previousValue = m_pendingPrevious->getGenericValue();
+    m_pendingPrevious = nullptr;
+}
+
+PropertyEventPayload& PropertyEventPayload::operator=(const PropertyEventPayload& other) {
+    if (this != &other) {
+        m_source = other.m_source;
+        m_event = other.m_event;
+        m_previousValue = other.getPreviousValue();
+        m_pendingPrevious = nullptr;
+    }
+    return *this;
+}
+
 Object::Type::Type(const std::string& typeName)
     : name(typeName), identifier(typeName), path("/") {}
 
