@@ -181,6 +181,14 @@ TEST_F(ElementTest, JsonFormsAndInitialisation) {
     EXPECT_EQ(OperationResult::INVALID_VALUE, element.initElementFromJSON(bad.get()).value());
     EXPECT_EQ(5, element.count.getValue());
     EXPECT_EQ("", element.getName().getValue());
+    // Integer members set by code (long, not the parser's int) are read as their decimal text.
+    for (const long count : {42L, -1L}) {
+        Poco::JSON::Object counted;
+        counted.set("count", count);
+        EXPECT_EQ(count == 42 ? OperationResult::OK : OperationResult::INVALID_VALUE,
+                  element.initElementFromJSON(&counted).value());
+        EXPECT_EQ(42, element.count.getValue());
+    }
     const auto good = parseObject(R"({"name":"n","readonly":"set by owner","uri":"/x"})");
     EXPECT_EQ(OperationResult::OK, element.initElementFromJSON(good.get()).value());
     EXPECT_EQ("set by owner", element.readonly.getValue());
@@ -189,6 +197,8 @@ TEST_F(ElementTest, JsonFormsAndInitialisation) {
     EXPECT_EQ(OperationResult::PROCESSING_ERROR, element.initElementFromJSON(nullptr).value());
     EXPECT_EQ((Texts{"Error: Failed to initialise element from JSON: level: could not be "
                      "initalised",
+                     "Error: Failed to initialise element from JSON: count property has invalid "
+                     "value",
                      "Error: Failed to initialise element from JSON:  JSON object is null "
                      "pointer"}),
               capture.texts());

@@ -224,6 +224,13 @@ protected:
     Util::RecursiveRWLock& lockRef() const;
     /// The property under `key`, or null for an unknown or absent key; logs nothing.
     PropertyBase* findProperty(const PropertyKey& key) const;
+    /// The position of `key` among the known keys (ascending), or PropertyRegistry::npos for an
+    /// unknown key. REQUIRES: the caller holds the lock, either side.
+    std::size_t findKnownKey(const PropertyKey& key) const;
+    /// The property under `key`, or null, as findProperty answers; `at` is the position
+    /// findKnownKey gave for it, where it is found again without a search unless keys were
+    /// added since. REQUIRES: the caller holds the lock, either side.
+    PropertyBase* findKnownProperty(const PropertyKey& key, std::size_t at) const;
     /// Every registered key, present or not, ascending.
     std::vector<PropertyKey> getKnownPropertyKeys() const;
 

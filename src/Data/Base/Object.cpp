@@ -169,6 +169,17 @@ PropertyBase* Object::findProperty(const PropertyKey& key) const {
     return at == PropertyRegistry::npos ? nullptr : m_ownProperties.propertyAt(*this, at);
 }
 
+std::size_t Object::findKnownKey(const PropertyKey& key) const { return m_ownProperties.find(key); }
+
+PropertyBase* Object::findKnownProperty(const PropertyKey& key, std::size_t at) const {
+    // Keys are never taken out of the registry, only added: a key is where it was, or after.
+    if (at >= m_ownProperties.size() || m_ownProperties.keyAt(at) != key) {
+        at = m_ownProperties.find(key);
+        if (at == PropertyRegistry::npos) return nullptr;
+    }
+    return m_ownProperties.propertyAt(*this, at);
+}
+
 std::vector<PropertyKey> Object::getKnownPropertyKeys() const {
     ScopedRecursiveReadLock lock(lockRef());
     std::vector<PropertyKey> keys;
