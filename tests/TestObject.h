@@ -27,6 +27,8 @@ public:
     Poco::UUID getIdentification() const override { return Poco::UUID::null(); }
 
     void denyWrite(const std::string& key) { m_denied.insert(key); }
+    using Object::findKnownKey;
+    using Object::findKnownProperty;
     using Object::unregisterAllProperties;
 
     // (event, key) of every onPropertyUpdate / onPropertyDestroyed call, in order.

@@ -42,21 +42,56 @@ public:
 
     /// Takes the read side for the calling thread. Returns at once when this thread already
     /// reads or writes; otherwise waits while another thread writes or a writer waits.
-    void readLock();
+    void readLock() {
+        // The writer's reads need no per-thread bookkeeping (a thread's read holds are one
+        // count, whichever way they were booked).
+        if (isWriter()) {
+            ++m_writerReads;
+            return;
+        }
+        takeReadSide();
+    }
     /// Throws Poco::IllegalStateException if this thread holds no read lock on this object.
-    void readUnlock();
+    void readUnlock() {
+        if (isWriter() && m_writerReads > 0) {
+            --m_writerReads;
+            return;
+        }
+        giveUpReadSide();
+    }
     /// Takes the write side for the calling thread. Returns at once when this thread already
     /// writes; otherwise waits until no other thread reads or writes. Waiting here while
     /// another reading thread does the same deadlocks both (see the class comment).
-    void writeLock();
+    void writeLock() {
+        if (isWriter()) {
+            ++m_writeDepth;
+            return;
+        }
+        takeWriteSide();
+    }
     /// Throws Poco::IllegalStateException if this thread does not hold the write side.
-    void writeUnlock();
+    void writeUnlock() {
+        if (isWriter() && m_writeDepth > 1) {
+            --m_writeDepth;
+            return;
+        }
+        giveUpWriteSide();
+    }
 
     /// Whether the calling thread holds either side of any RecursiveRWLock.
     static bool isAnyHeldByCallingThread();
 
 private:
-    bool isWriter() const;
+    // Nested takes and releases by the writer are handled inline above, as they are most of
+    // the takes (event handlers re-enter the lock of the setter that raised the event); the
+    // rest is here.
+    bool isWriter() const {
+        return m_writer.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    }
+    void takeReadSide();
+    void giveUpReadSide();
+    void takeWriteSide();
+    void giveUpWriteSide();
     // Books the calling thread's last read hold of this lock out. REQUIRES: m_mutex.
     void releaseReadSide();
     // Books the read holds the writing thread took as an ordinary read hold, as it gives up the

@@ -199,9 +199,16 @@ std::vector<Base::PropertyKey> AbstractResource::getElementPropertyKeys() const 
 AbstractResource::Ptr AbstractResource::buildElement(const Poco::JSON::Object& json,
                                                      const std::function<Element*()>& build) {
     Poco::UUID id;
-    const Poco::Dynamic::Var member = json.get(KEY_ID);
-    const bool identified =
-        member.isString() && id.tryParse(member.extract<std::string>()) && !id.isNull();
+    // The id member is read in place (get() would copy it). The members come ordered by key.
+    const Poco::Dynamic::Var* member = nullptr;
+    for (const auto& entry : json) {
+        const int order = entry.first.compare(KEY_ID);
+        if (order == 0) member = &entry.second;
+        if (order >= 0) break;
+    }
+    const bool identified = member != nullptr && member->isString() &&
+                            Base::PropertyValueUuid::parseText(member->extract<std::string>(), id) &&
+                            !id.isNull();
     // Whatever `build` does, the preset ends with it.
     struct Preset {
         explicit Preset(const Poco::UUID* id) { Element::presetNextId(id); }

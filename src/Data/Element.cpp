@@ -73,9 +73,20 @@ Base::PropertyValueUuid initialId() {
 
 void Element::presetNextId(const Poco::UUID* id) { nextId = id; }
 
+namespace {
+
+// The name of an element built from JSON until its JSON names it: one value copied into each.
+// Never destroyed, as elements may be built while statics are torn down.
+const Base::PropertyValueString& noName() {
+    static const Base::PropertyValueString* const name =
+        new Base::PropertyValueString(std::string());
+    return *name;
+}
+
+}  // namespace
+
 Element::Element(const std::string& typeName, AbstractResource& resource)
-    : XObject(childType(resource, typeName), Base::PropertyValueString(std::string()),
-              initialId()),
+    : XObject(childType(resource, typeName), noName(), initialId()),
       m_resource(&resource) {}
 
 Element::Element(const std::string& typeName, AbstractResource& resource,
@@ -293,14 +304,33 @@ OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
         QES_LOG_ERROR(INIT_FAILED << " JSON object is null pointer");
         return OperationResult(OperationResult::PROCESSING_ERROR);
     }
-    for (const auto& member : *json) {
-        if (!knowsProperty(member.first)) return refuseUnknownMember(*this, *json);
-    }
     {
         ScopedRecursiveWriteLock lock(lockRef());
+        // Every member's key is looked up once, before anything is written: one unknown member
+        // refuses the whole object. Most objects have a few members, whose positions fit on
+        // the stack.
+        constexpr std::size_t INLINE_MEMBERS = 8;
+        std::size_t inlinePositions[INLINE_MEMBERS];
+        std::vector<std::size_t> morePositions;
+        std::size_t* positions = inlinePositions;
+        if (json->size() > INLINE_MEMBERS) {
+            morePositions.resize(json->size());
+            positions = morePositions.data();
+        }
+        std::size_t at = 0;
+        for (const auto& member : *json) {
+            positions[at] = findKnownKey(member.first);
+            if (positions[at++] == Base::PropertyRegistry::npos) {
+                return refuseUnknownMember(*this, *json);
+            }
+        }
         // The members come ordered by key, byte-wise, as the known keys do: every member being
         // known, visiting the members is visiting the known keys that have one.
+        at = 0;
         for (const auto& member : *json) {
+            // The property is taken at the time of its write: handlers of earlier writes may
+            // have changed it.
+            PropertyBase* property = findKnownProperty(member.first, positions[at++]);
             const Poco::Dynamic::Var& value = member.second;
             if (value.isEmpty()) continue;
             // A text member is read in place; other members are written out as text.
@@ -308,7 +338,7 @@ OperationResult Element::initElementFromJSON(const Poco::JSON::Object* json) {
             const std::string& text =
                 value.isString() ? value.extract<std::string>() : (written = memberText(value));
             const OperationResult::Value result =
-                initPropertyFromMember(member.first, findProperty(member.first), text);
+                initPropertyFromMember(member.first, property, text);
             if (result != OperationResult::OK) return OperationResult(result);
         }
     }
@@ -382,6 +412,14 @@ bool Element::adjustElementUri() {
     uri.reserve(uri.size() + 37);
     uri += '/';
     Base::PropertyValueUuid::appendTextOf(getIdentification(), uri);
+    {
+        // The constructor gave most elements this very URI already. Equal texts are equal URIs,
+        // which setUri leaves as they are (checking write access only): reading the text again
+        // is all it would cost.
+        ScopedRecursiveWriteLock lock(lockRef());
+        const Base::PropertyValueUri& current = getUri().getPropertyValue();
+        if (current.toString() == uri) return setUri(current);
+    }
     try {
         return setUri(Base::PropertyValueUri(uri));
     } catch (const Poco::SyntaxException&) {

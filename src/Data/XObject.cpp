@@ -1,6 +1,8 @@
 #include "Data/XObject.h"
 
 #include <exception>
+#include <string>
+#include <typeinfo>
 #include <utility>
 
 #include <Poco/Exception.h>
@@ -82,6 +84,8 @@ XObject::~XObject() {
 }
 
 void XObject::registerOwnProperties() {
+    // One hold for the three: each registration would take the lock itself otherwise.
+    ScopedRecursiveWriteLock lock(lockRef());
     registerProperty(KEY_ID, &m_uuid);
     registerProperty(KEY_NAME, &m_name);
     registerProperty(KEY_URI, &m_uri);
@@ -128,7 +132,8 @@ bool XObject::isChangedByOwner(const Base::PropertyKey& key) const {
     // The read lock waits out any owner write in progress on another thread, so an outside
     // writer can never observe the key of someone else's owner write.
     ScopedRecursiveReadLock lock(lockRef());
-    return m_toBeModified != nullptr && key == *m_toBeModified;
+    // Keys are pooled, so the owner's write names the very key a property asks with.
+    return m_toBeModified != nullptr && (&key == m_toBeModified || key == *m_toBeModified);
 }
 
 bool XObject::setId(const PropertyValueUuid& id) { return setOwnPropertyValue(id, m_uuid); }
@@ -192,6 +197,8 @@ OperationResult XObject::initPropertyFromJSON(const Poco::JSON::Object* json,
 
 std::string XObject::memberText(const Poco::Dynamic::Var& member) {
     if (member.isString()) return member.extract<std::string>();
+    // The variant writes an integer as std::to_string does, through a formatter of its own.
+    if (member.type() == typeid(long)) return std::to_string(member.extract<long>());
     return member.convert<std::string>();
 }
 

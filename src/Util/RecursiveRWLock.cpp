@@ -43,17 +43,7 @@ void dropReadHold(ReadHold* hold) { *hold = t_holds.reads[--t_holds.readCount]; 
 
 bool RecursiveRWLock::isAnyHeldByCallingThread() { return t_holds.sidesHeld != 0; }
 
-bool RecursiveRWLock::isWriter() const {
-    return m_writer.load(std::memory_order_relaxed) == std::this_thread::get_id();
-}
-
-void RecursiveRWLock::readLock() {
-    // The writer's reads need no per-thread bookkeeping (a thread's read holds are one count,
-    // whichever way they were booked).
-    if (isWriter()) {
-        ++m_writerReads;
-        return;
-    }
+void RecursiveRWLock::takeReadSide() {
     if (ReadHold* hold = findReadHold(this)) {
         ++hold->depth;
         return;
@@ -81,11 +71,7 @@ void RecursiveRWLock::readLock() {
     ++t_holds.sidesHeld;
 }
 
-void RecursiveRWLock::readUnlock() {
-    if (isWriter() && m_writerReads > 0) {
-        --m_writerReads;
-        return;
-    }
+void RecursiveRWLock::giveUpReadSide() {
     if (ReadHold* hold = findReadHold(this)) {
         if (--hold->depth > 0) return;
         dropReadHold(hold);
@@ -130,11 +116,7 @@ void RecursiveRWLock::bookWriterReads() {
     ++t_holds.sidesHeld;
 }
 
-void RecursiveRWLock::writeLock() {
-    if (isWriter()) {
-        ++m_writeDepth;
-        return;
-    }
+void RecursiveRWLock::takeWriteSide() {
     const bool readsInSlot = findReadHold(this) != nullptr;
     std::unique_lock<std::mutex> guard(m_mutex);
     const unsigned ownReads =
@@ -150,7 +132,7 @@ void RecursiveRWLock::writeLock() {
     ++t_holds.sidesHeld;
 }
 
-void RecursiveRWLock::writeUnlock() {
+void RecursiveRWLock::giveUpWriteSide() {
     if (!isWriter()) {
         throw Poco::IllegalStateException("RecursiveRWLock: write side is not held by this thread");
     }

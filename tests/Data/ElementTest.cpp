@@ -181,6 +181,14 @@ TEST_F(ElementTest, JsonFormsAndInitialisation) {
     EXPECT_EQ(OperationResult::INVALID_VALUE, element.initElementFromJSON(bad.get()).value());
     EXPECT_EQ(5, element.count.getValue());
     EXPECT_EQ("", element.getName().getValue());
+    // Integer members set by code (long, not the parser's int) are read as their decimal text.
+    for (const long count : {42L, -1L}) {
+        Poco::JSON::Object counted;
+        counted.set("count", count);
+        EXPECT_EQ(count == 42 ? OperationResult::OK : OperationResult::INVALID_VALUE,
+                  element.initElementFromJSON(&counted).value());
+        EXPECT_EQ(42, element.count.getValue());
+    }
     const auto good = parseObject(R"({"name":"n","readonly":"set by owner","uri":"/x"})");
     EXPECT_EQ(OperationResult::OK, element.initElementFromJSON(good.get()).value());
     EXPECT_EQ("set by owner", element.readonly.getValue());
@@ -189,6 +197,8 @@ TEST_F(ElementTest, JsonFormsAndInitialisation) {
     EXPECT_EQ(OperationResult::PROCESSING_ERROR, element.initElementFromJSON(nullptr).value());
     EXPECT_EQ((Texts{"Error: Failed to initialise element from JSON: level: could not be "
                      "initalised",
+                     "Error: Failed to initialise element from JSON: count property has invalid "
+                     "value",
                      "Error: Failed to initialise element from JSON:  JSON object is null "
                      "pointer"}),
               capture.texts());
@@ -489,7 +499,8 @@ TEST(ElementContainer, ElementTypesFollowTheirResource) {
     EXPECT_EQ(3u, typeOf.size());
 }
 
-// Ids (in element URIs and in JSON) are written as the UUID library writes them, for any id.
+// Ids (in element URIs and in JSON) are written as the UUID library writes them, and read as it
+// reads them, for any id and any text.
 TEST(XObject, IdTextIsTheUuidText) {
     const std::string texts[] = {
         "00000000-0000-0000-0000-000000000000", "ffffffff-ffff-ffff-ffff-ffffffffffff",
@@ -512,6 +523,19 @@ TEST(XObject, IdTextIsTheUuidText) {
         }
     }
     EXPECT_FALSE(Base::PropertyValueUuid::isTextOf(texts[2], Poco::UUID(texts[3])));
+    const std::string read[] = {
+        texts[2], "FEDCBA98-7654-3210-FEDC-BA9876543210", "0123456789abcdef0123456789abcdef",
+        texts[3] + "trailing", "0123456g-89ab-cdef-0123-456789abcdef",
+        "01234567-89ab-cdef-0123-456789abcde ", "01234567+89ab-cdef-0123-456789abcdef",
+        "01234567-89ab-cdef-0123-456789abcd", "", "-",
+    };
+    for (const std::string& text : read) {
+        Poco::UUID expected(texts[4]);
+        const bool accepted = expected.tryParse(text);
+        Poco::UUID uuid(texts[4]);
+        EXPECT_EQ(accepted, Base::PropertyValueUuid::parseText(text, uuid)) << '"' << text << '"';
+        EXPECT_EQ(expected, uuid) << "read, or kept on refusal: \"" << text << '"';
+    }
     for (int i = 0; i < 50; ++i) {
         const Poco::UUID drawn = Poco::UUIDGenerator::defaultGenerator().createRandom();
         EXPECT_EQ(drawn.toString(),

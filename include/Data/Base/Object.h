@@ -17,6 +17,7 @@
 namespace Kivo::Data::Base {
 
 class PropertyBase;
+class PropertyValueBase;
 
 /// The key of a property within its object; never empty.
 typedef std::string PropertyKey;
@@ -44,6 +45,18 @@ struct PropertyEventPayload {
     /// A payload carrying the value before the change.
     PropertyEventPayload(PropertyBase* source, Event event, const Poco::Dynamic::Var& previous)
         : m_source(source), m_event(event), m_previousValue(previous) {}
+    /// A payload carrying the value before the change as the value object `previous`, whose
+    /// generic form is written when first asked for: most changes reach nobody who reads it.
+    /// `previous` must outlive the payload; a copy of the payload holds the generic form
+    /// itself.
+    PropertyEventPayload(PropertyBase* source, Event event, const PropertyValueBase& previous)
+        : m_source(source), m_event(event), m_pendingPrevious(&previous) {}
+    PropertyEventPayload(const PropertyEventPayload& other)
+        : m_source(other.m_source),
+          m_event(other.m_event),
+          m_previousValue(other.getPreviousValue()) {}
+    PropertyEventPayload& operator=(const PropertyEventPayload& other);
+    ~PropertyEventPayload() = default;
 
     /// The property the event is about; not owned. Handlers of PROPERTY_DESTROYED may use it
     /// only while they run.
@@ -52,14 +65,26 @@ struct PropertyEventPayload {
     Event getEvent() const { return m_event; }
     /// The value before the change, in generic form, for a value change raised by Updated;
     /// empty otherwise.
-    const Poco::Dynamic::Var& getPreviousValue() const { return m_previousValue; }
+    const Poco::Dynamic::Var& getPreviousValue() const {
+        if (m_pendingPrevious != nullptr) writePreviousValue();
+        return m_previousValue;
+    }
 
     /// The property the event is about. Not owned.
     PropertyBase* m_source;
     /// What happened.
     Event m_event;
-    /// The previous value in generic form, or empty.
-    Poco::Dynamic::Var m_previousValue;
+    /// The previous value in generic form, or empty. Read it through getPreviousValue(): it
+    /// is written there for a payload made from a value object.
+    mutable Poco::Dynamic::Var m_previousValue;
+
+private:
+    // Writes the pending previous value's generic form into m_previousValue.
+    void writePreviousValue() const;
+
+    // The value object whose generic form m_previousValue is to hold; null once written, or
+    // for a payload given the generic form. Not owned.
+    mutable const PropertyValueBase* m_pendingPrevious = nullptr;
 };
 
 /// The common base of every data-model object: a registry of named properties that live
@@ -199,6 +224,13 @@ protected:
     Util::RecursiveRWLock& lockRef() const;
     /// The property under `key`, or null for an unknown or absent key; logs nothing.
     PropertyBase* findProperty(const PropertyKey& key) const;
+    /// The position of `key` among the known keys (ascending), or PropertyRegistry::npos for an
+    /// unknown key. REQUIRES: the caller holds the lock, either side.
+    std::size_t findKnownKey(const PropertyKey& key) const;
+    /// The property under `key`, or null, as findProperty answers; `at` is the position
+    /// findKnownKey gave for it, where it is found again without a search unless keys were
+    /// added since. REQUIRES: the caller holds the lock, either side.
+    PropertyBase* findKnownProperty(const PropertyKey& key, std::size_t at) const;
     /// Every registered key, present or not, ascending.
     std::vector<PropertyKey> getKnownPropertyKeys() const;
 

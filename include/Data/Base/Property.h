@@ -160,8 +160,11 @@ public:
     void notifyValueChanged(V&& oldValue) {
         ValueChangedEventPayload typed(this, std::move(oldValue));
         this->ValueChanged.notify(this, typed);
+        // The generic old value is written only for whoever reads it. Subscribers get it
+        // written beforehand: they may read the payload's field rather than its accessor.
         PropertyEventPayload generic(this, PropertyEventPayload::PROPERTY_VALUE_CHANGED,
-                                     typed.oldValue.getGenericValue());
+                                     static_cast<const PropertyValueBase&>(typed.oldValue));
+        if (!Updated.empty()) generic.getPreviousValue();
         notifyUpdated(generic);
     }
 

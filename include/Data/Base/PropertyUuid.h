@@ -35,7 +35,7 @@ public:
     /// Reads a UUID in the UUID library's text forms; false for any other text. Logs nothing on
     /// failure.
     bool parseString(const std::string& text, Poco::UUID& out) const override {
-        return out.tryParse(text);
+        return parseText(text, out);
     }
 
     /// The text of `uuid` as Poco::UUID::toString() writes it (lower-case hex, 8-4-4-4-12),
@@ -46,6 +46,10 @@ public:
     /// Whether `text` is textOf(uuid), compared without writing a string: such a text reads
     /// back as `uuid`, so a caller holding both can skip parsing it.
     static bool isTextOf(const std::string& text, const Poco::UUID& uuid);
+    /// Reads `text` as Poco::UUID::tryParse does, into `uuid` on success; on failure `uuid`
+    /// keeps its value. The usual text (36 characters, hyphens at 8, 13, 18 and 23) is read
+    /// without the library's per-field parse: every element added from JSON brings one.
+    static bool parseText(const std::string& text, Poco::UUID& uuid);
 };
 
 /// A UUID as a key of ordered containers: its 16 bytes in the UUID library's order (copyTo)

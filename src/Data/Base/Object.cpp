@@ -33,6 +33,21 @@ struct TypeKey {
 
 }  // namespace
 
+void PropertyEventPayload::writePreviousValue() const {
+    m_previousValue = m_pendingPrevious->getGenericValue();
+    m_pendingPrevious = nullptr;
+}
+
+PropertyEventPayload& PropertyEventPayload::operator=(const PropertyEventPayload& other) {
+    if (this != &other) {
+        m_source = other.m_source;
+        m_event = other.m_event;
+        m_previousValue = other.getPreviousValue();
+        m_pendingPrevious = nullptr;
+    }
+    return *this;
+}
+
 Object::Type::Type(const std::string& typeName)
     : name(typeName), identifier(typeName), path("/") {}
 
@@ -117,6 +132,17 @@ PropertyBase* Object::findProperty(const PropertyKey& key) const {
     ScopedRecursiveReadLock lock(lockRef());
     const std::size_t at = m_ownProperties.find(key);
     return at == PropertyRegistry::npos ? nullptr : m_ownProperties.propertyAt(*this, at);
+}
+
+std::size_t Object::findKnownKey(const PropertyKey& key) const { return m_ownProperties.find(key); }
+
+PropertyBase* Object::findKnownProperty(const PropertyKey& key, std::size_t at) const {
+    // Keys are never taken out of the registry, only added: a key is where it was, or after.
+    if (at >= m_ownProperties.size() || m_ownProperties.keyAt(at) != key) {
+        at = m_ownProperties.find(key);
+        if (at == PropertyRegistry::npos) return nullptr;
+    }
+    return m_ownProperties.propertyAt(*this, at);
 }
 
 std::vector<PropertyKey> Object::getKnownPropertyKeys() const {

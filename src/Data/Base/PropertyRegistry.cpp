@@ -16,6 +16,16 @@ constexpr std::uintptr_t MAX_DISTANCE = std::uintptr_t(1) << 16;
 
 std::uintptr_t addressOf(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
 
+// std::string::compare's order, byte-wise. An object's keys mostly differ in their first byte,
+// which settles the order without the library's call; a string's terminating zero stands in
+// for the first byte of the empty text.
+int compareKeys(const std::string& a, const std::string& b) {
+    const auto first = static_cast<unsigned char>(a[0]);
+    const auto other = static_cast<unsigned char>(b[0]);
+    if (first != other) return first < other ? -1 : 1;
+    return a.compare(b);
+}
+
 }  // namespace
 
 // A key and its property: in an object's own list the property's address, in a layout its
@@ -37,7 +47,7 @@ struct PropertyRegistry::Slots {
         std::size_t high = size;
         while (low < high) {
             const std::size_t middle = (low + high) / 2;
-            const int order = first[middle].key->compare(key);
+            const int order = compareKeys(*first[middle].key, key);
             if (order == 0) return middle;
             if (order < 0) {
                 low = middle + 1;

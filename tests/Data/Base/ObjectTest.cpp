@@ -102,8 +102,17 @@ TEST(Object, FirstRegistrationWinsUntilThePropertyIsGone) {
     EXPECT_FALSE(object.hasProperty("k"));
     ASSERT_EQ(1u, object.events.size());
     EXPECT_EQ(Payload::PROPERTY_DESTROYED, object.events[0].first);
+    // A key's position leads to its property even after keys were added before it.
+    Util::ScopedRecursiveReadLock lock(*object.getLock());
+    const std::size_t at = object.findKnownKey("k");
+    EXPECT_EQ(nullptr, object.findKnownProperty("k", at)) << "known, absent";
+    EXPECT_EQ(PropertyRegistry::npos, object.findKnownKey("j"));
+    Integer earlier = makeInteger("a");
+    ASSERT_TRUE(object.registerProperty("a", earlier.get()));
     EXPECT_TRUE(object.registerProperty("k", second.get()));
     EXPECT_EQ(second.get(), object.getProperty("k"));
+    EXPECT_EQ(second.get(), object.findKnownProperty("k", at));
+    EXPECT_EQ(earlier.get(), object.findKnownProperty("a", object.findKnownKey("a")));
 }
 
 TEST(Object, MovingAPropertyLeavesTheOldOwnerAKnownKey) {

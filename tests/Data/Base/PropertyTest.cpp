@@ -94,6 +94,33 @@ TEST(Property, RaisesTypedThenGenericEventPerAcceptedWrite) {
     }
 }
 
+// Without subscribers only the owner's handler sees a change: the previous value is there when
+// it asks, and payloads it keeps past the write keep theirs, copied or assigned.
+TEST(Property, OwnerReadsThePreviousValueWithoutSubscribers) {
+    struct Keeper : TestObject {
+        void onPropertyUpdate(const Payload& payload) override {
+            if (payload.getEvent() == Payload::PROPERTY_VALUE_CHANGED) kept.push_back(payload);
+        }
+        std::vector<Payload> kept;
+    };
+    Keeper owner;
+    PropertyString text("t", &owner, S("a"));
+    PropertyInteger number("n", &owner, Number(1, {}, {}, {}));
+    owner.registerProperty("t", &text);
+    owner.registerProperty("n", &number);
+    EXPECT_TRUE(text.setValue("b"));
+    EXPECT_TRUE(text.setValueFromString("c"));
+    EXPECT_TRUE(number.setValue(2));
+    ASSERT_EQ(3u, owner.kept.size());
+    EXPECT_EQ("a", owner.kept[0].m_previousValue.convert<std::string>());
+    EXPECT_EQ("b", owner.kept[1].getPreviousValue().convert<std::string>());
+    EXPECT_EQ(1, owner.kept[2].getPreviousValue().convert<long>());
+    Payload assigned(&text, Payload::PROPERTY_OWNER_CHANGED);
+    assigned = owner.kept[0];
+    EXPECT_EQ(&text, assigned.getSourceProperty());
+    EXPECT_EQ("a", assigned.getPreviousValue().convert<std::string>());
+}
+
 TEST(Property, WithoutOwnerEveryWriteIsAllowed) {
     PropertyInteger property("k", Number(1, {}, {}, {}));
     EventLog<PropertyInteger> log(property);
