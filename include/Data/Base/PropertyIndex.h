@@ -21,6 +21,7 @@
 #include "Data/Base/PropertyIndexOwnerTable.h"
 #include "Data/Base/PropertyNumber.h"
 #include "Data/Base/PropertyString.h"
+#include "Data/Base/PropertyUri.h"
 #include "Data/Base/PropertyUuid.h"
 #include "Data/Base/PropertyValue.h"
 #include "Logging/Log.h"
@@ -125,7 +126,15 @@ class PropertyIndexReferenceMap : public std::map<std::string, PropertyIndexBase
 template <class V, bool = std::is_base_of_v<PropertyValue<std::string>, V>>
 struct PropertyIndexKeyLess {
     /// Whether `a` orders before `b` by V's typed operator<.
-    bool operator()(const V& a, const V& b) const { return a < b; }
+    bool operator()(const V& a, const V& b) const {
+        // URIs order by path whatever their class: compared inline, a descent makes no call
+        // per step.
+        if constexpr (std::is_base_of_v<PropertyValue<Poco::URI>, V>) {
+            return a.orderingPath() < b.orderingPath();
+        } else {
+            return a < b;
+        }
+    }
 };
 
 /// The ordering of string kinds: by text, byte-wise, also between a value and a plain text.
@@ -206,7 +215,9 @@ struct PropertyIndexKeysByValue<PropertyValueNumberBase<T>> : std::is_integral<T
 /// property was filed with, so a filed property costs one allocation, and its object is found
 /// through a table of pointers to those records. When the walk takes that entry while the record
 /// must live on, the node is set aside and comes back as the property's entry when it is filed
-/// again; a property with a second entry gets a node of its own for it.
+/// again; a property with a second entry gets a node of its own for it. A value filed more than
+/// once also has a small record of where its entries end (m_shared), so filing one more entry
+/// under it takes a descent through the distinct shared values only; a value filed once has none.
 template <class TProperty>
 class PropertyIndex : public PropertyIndexBase {
     struct Filing;
@@ -216,6 +227,10 @@ class PropertyIndex : public PropertyIndexBase {
     // Whether nodes keep a prototype for find(text): a UUID's check is the kind's alone.
     static constexpr bool IS_UUID = std::is_same_v<value_kind, PropertyValueUuid>;
     static constexpr bool PROTOTYPED = BY_TEXT || (BY_VALUE && !IS_UUID);
+    // Whether values shared by several entries are listed in m_shared: for keys whose order
+    // never changes once filed (a reference's order follows its target, which may go away).
+    static constexpr bool LISTS_SHARED =
+        BY_TEXT || BY_VALUE || std::is_base_of_v<PropertyValue<Poco::URI>, value_kind>;
     // UUIDs are keyed by UuidKey: the UUID library's ordering, compared inline.
     typedef std::conditional_t<
         IS_UUID, UuidKey,
@@ -299,6 +314,8 @@ private:
               parked(false),
               secondary(extra),
               stray(false),
+              shared(false),
+              bound(false),
               prototype(0) {}
         void onEvent(const void*, PropertyEventPayload& payload) override {
             index->onDestroyed(*this, payload);
@@ -317,7 +334,9 @@ private:
         std::uint32_t parked : 1;      // its home node is out of m_index, in m_parked
         std::uint32_t secondary : 1;   // not a filing: the node is another entry of `property`
         std::uint32_t stray : 1;       // listed in m_strays
-        std::uint32_t prototype : 27;  // the node's value in m_prototypes, when PROTOTYPED
+        std::uint32_t shared : 1;      // the node is an entry of a value listed in m_shared
+        std::uint32_t bound : 1;       // the node is the bound of a value listed in m_shared
+        std::uint32_t prototype : 25;  // the node's value in m_prototypes, when PROTOTYPED
     };
     // A value kept for the check find(text) applies, and how many nodes use it.
     struct Prototype {
@@ -402,9 +421,22 @@ private:
     // The filing of `property`, or null: by its owner, else among the strays; a property
     // without owner is looked for everywhere.
     Filing* filingOf(const PropertyBase* property);
+    // The filing of `property` among the strays, or null.
+    Filing* strayFilingOf(const PropertyBase* property);
     Filing* filingOf(position entry) {
         return entry->second.secondary ? filingOf(entry->second.property) : &entry->second;
     }
+    // A value filed more than once: the entry just after its entries (the first of a greater
+    // value, or the end), and how many entries it has.
+    struct Shared {
+        position bound;
+        std::size_t entries;
+    };
+    // Files a node after every entry of `key`'s value; `place(hint)` inserts it with that hint.
+    template <class Place>
+    position fileEntry(const map_key& key, Place&& place);
+    // Keeps m_shared true before `entry`, an entry of a listed value or a bound, is erased.
+    void unlistEntry(position entry);
     void addEntry(Filing& filing);
     void eraseEntry(Filing& filing, position entry);
     void unfile(Filing& filing);
@@ -422,6 +454,11 @@ private:
     void onChanged(Filing& filing, ValueChangedEventPayload& payload);
 
     value_map m_index;
+    // The values filed more than once, for LISTS_SHARED kinds. A value that many entries share is filed by a descent
+    // through these few keys and an insertion just before its bound, instead of a descent
+    // through all the entries; a value filed once costs nothing here. A value is listed from
+    // its second entry until it has none, so a value that is not listed has at most one.
+    std::map<map_key, Shared, map_less> m_shared;
     // Values with the checks of the filed ones, for PROTOTYPED kinds; unused slots are listed
     // free.
     std::vector<Prototype> m_prototypes;
@@ -463,11 +500,14 @@ bool PropertyIndex<TProperty>::insert(const property_ptr& property) {
     if (property == nullptr || property->getParent() == nullptr) return false;
     if (property->getKey() != m_key) return false;
     Object* owner = property->getParent();
-    if (m_objects.find(owner) != nullptr || filingOf(property) != nullptr) return false;
+    // Not under its owner, which no filing may hold: a filing of the property is a stray.
+    if (m_objects.find(owner) != nullptr || strayFilingOf(property) != nullptr) return false;
     const std::uint32_t prototype = acquirePrototype(property->getPropertyValue());
-    const position entry = m_index.emplace(
-        std::piecewise_construct, std::forward_as_tuple(keyOf(property->getPropertyValue())),
-        std::forward_as_tuple(this, property, owner, false));
+    const auto& key = keyOf(property->getPropertyValue());
+    const position entry = fileEntry(key, [&](position hint) {
+        return m_index.emplace_hint(hint, std::piecewise_construct, std::forward_as_tuple(key),
+                                    std::forward_as_tuple(this, property, owner, false));
+    });
     Filing& filing = entry->second;
     filing.prototype = prototype;
     filing.entry = entry;
@@ -533,17 +573,23 @@ bool PropertyIndex<TProperty>::isKeptAnswer(const Filing& filing, const Object* 
 }
 
 template <class TProperty>
+typename PropertyIndex<TProperty>::Filing* PropertyIndex<TProperty>::strayFilingOf(
+    const PropertyBase* property) {
+    refreshMoves();
+    for (Filing* stray : m_strays) {
+        if (stray->property == property) return stray;
+    }
+    return nullptr;
+}
+
+template <class TProperty>
 typename PropertyIndex<TProperty>::Filing* PropertyIndex<TProperty>::filingOf(
     const PropertyBase* property) {
     if (const Object* owner = property->getParent()) {
         // Filed under its owner, unfiled, or moved (which changes the owner-move count).
         Filing* filed = m_objects.find(owner);
         if (filed != nullptr && filed->property == property) return filed;
-        refreshMoves();
-        for (Filing* stray : m_strays) {
-            if (stray->property == property) return stray;
-        }
-        return nullptr;
+        return strayFilingOf(property);
     }
     Filing* found = nullptr;
     forEachFiling([&found, property](Filing& held) {
@@ -589,6 +635,67 @@ bool PropertyIndex<TProperty>::remove(const property_type& property) {
 }
 
 template <class TProperty>
+template <class Place>
+typename PropertyIndex<TProperty>::position PropertyIndex<TProperty>::fileEntry(const map_key& key,
+                                                                                Place&& place) {
+    if constexpr (!LISTS_SHARED) return place(m_index.end());
+    const auto listed = m_shared.find(key);
+    if (listed != m_shared.end()) {
+        const position entry = place(listed->second.bound);
+        entry->second.shared = true;
+        ++listed->second.entries;
+        return entry;
+    }
+    // The hint at the end is taken past the greatest key, else it is a descent to the end of the
+    // value's entries.
+    const position entry = place(m_index.end());
+    const map_less less;
+    if (entry != m_index.begin()) {
+        const position before = std::prev(entry);
+        if (!less(before->first, entry->first)) {
+            const position bound = std::next(entry);
+            m_shared.emplace(entry->first, Shared{bound, 2});
+            before->second.shared = true;
+            entry->second.shared = true;
+            if (bound != m_index.end()) bound->second.bound = true;
+            return entry;
+        }
+    }
+    // A new value: it bounds the listed value just below it when nothing came between them.
+    auto below = m_shared.lower_bound(entry->first);
+    if (below != m_shared.begin()) {
+        Shared& shared = (--below)->second;
+        if (shared.bound == m_index.end() || less(entry->first, shared.bound->first)) {
+            if (shared.bound != m_index.end()) shared.bound->second.bound = false;
+            shared.bound = entry;
+            entry->second.bound = true;
+        }
+    }
+    return entry;
+}
+
+template <class TProperty>
+void PropertyIndex<TProperty>::unlistEntry(position entry) {
+    // The value's own listing first: when it ends, the entry after goes on bounding the listed
+    // value below.
+    if (entry->second.shared) {
+        entry->second.shared = false;
+        const auto listed = m_shared.find(entry->first);
+        if (--listed->second.entries == 0) {
+            if (listed->second.bound != m_index.end()) listed->second.bound->second.bound = false;
+            m_shared.erase(listed);
+        }
+    }
+    if (entry->second.bound) {
+        entry->second.bound = false;
+        auto below = m_shared.lower_bound(entry->first);
+        const position next = std::next(entry);
+        (--below)->second.bound = next;
+        if (next != m_index.end()) next->second.bound = true;
+    }
+}
+
+template <class TProperty>
 void PropertyIndex<TProperty>::addEntry(Filing& filing) {
     if (!isRegular(filing)) --m_irregular;
     position entry;
@@ -600,13 +707,17 @@ void PropertyIndex<TProperty>::addEntry(Filing& filing) {
         releasePrototype(filing.prototype);
         filing.prototype = prototype;
         node.key() = keyOf(value);
-        entry = m_index.insert(std::move(node));
+        entry = fileEntry(node.key(),
+                          [&](position hint) { return m_index.insert(hint, std::move(node)); });
         filing.parked = false;
     } else {
         const key_type& value = filing.property->getPropertyValue();
         const std::uint32_t prototype = acquirePrototype(value);
-        entry = m_index.emplace(std::piecewise_construct, std::forward_as_tuple(keyOf(value)),
-                                std::forward_as_tuple(this, filing.property, nullptr, true));
+        const auto& key = keyOf(value);
+        entry = fileEntry(key, [&](position hint) {
+            return m_index.emplace_hint(hint, std::piecewise_construct, std::forward_as_tuple(key),
+                                        std::forward_as_tuple(this, filing.property, nullptr, true));
+        });
         entry->second.prototype = prototype;
     }
     filing.located = ++filing.entries == 1;
@@ -619,6 +730,7 @@ void PropertyIndex<TProperty>::eraseEntry(Filing& filing, position entry) {
     if (!isRegular(filing)) --m_irregular;
     if (filing.located && filing.entry == entry) filing.located = false;
     --filing.entries;
+    if (entry->second.shared || entry->second.bound) unlistEntry(entry);
     if (&entry->second == &filing) {
         m_parked.push_back(m_index.extract(entry));
         filing.parked = true;
@@ -756,6 +868,7 @@ void PropertyIndex<TProperty>::clear() {
         if (held.observed) held.property->ValueChanged.detach(held);
     });
     m_index.clear();
+    m_shared.clear();
     m_parked.clear();
     m_objects.clear();
     m_strays.clear();

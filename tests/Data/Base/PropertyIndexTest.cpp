@@ -237,6 +237,49 @@ TEST(PropertyIndex, AnOwnerWithTwoEntriesIsWalked) {
     }
 }
 
+// Few values shared by many objects, through random filing, re-filing, removal and
+// destruction: every value keeps its objects in filing order (a re-filed one goes last), and
+// values emptied and filled again are looked up as before.
+TEST(PropertyIndex, SharedValuesKeepFilingOrderThroughChurn) {
+    std::mt19937 random(1125);
+    PropertyIndex<PropertyInteger> index("n");
+    std::vector<std::unique_ptr<Numbered>> objects(40);
+    // Filed objects by value, each value's in filing order.
+    std::map<long, std::vector<Numbered*>> model;
+    auto unmodel = [&model](Numbered* numbered) {
+        auto& filed = model[numbered->property.getValue()];
+        filed.erase(std::find(filed.begin(), filed.end(), numbered));
+    };
+    for (int round = 0; round < 4000; ++round) {
+        std::unique_ptr<Numbered>& slot = objects[random() % objects.size()];
+        const long value = static_cast<long>(random() % 4);
+        if (slot == nullptr) {
+            slot.reset(new Numbered(std::to_string(round), value));
+            ASSERT_TRUE(index.insert(&slot->property));
+            model[value].push_back(slot.get());
+        } else if (random() % 3 == 0) {
+            unmodel(slot.get());
+            if (random() % 2 == 0) {
+                ASSERT_TRUE(index.remove(&slot->object));
+            }
+            slot.reset();
+        } else if (value != slot->property.getValue()) {
+            unmodel(slot.get());
+            ASSERT_TRUE(slot->property.setValue(value));
+            model[value].push_back(slot.get());
+        }
+        std::vector<std::string> expected;
+        for (const auto& [filedValue, filed] : model) {
+            std::vector<std::string> ofValue;
+            for (Numbered* numbered : filed) ofValue.push_back(numbered->object.getType().name);
+            ASSERT_EQ(ofValue, names(index.find(std::to_string(filedValue))))
+                << "round " << round << " value " << filedValue;
+            expected.insert(expected.end(), ofValue.begin(), ofValue.end());
+        }
+        ASSERT_EQ(expected, names(index.get())) << "round " << round;
+    }
+}
+
 // An object filed under a value its property no longer has: removing it takes the entry after
 // the range of its current value, and the key of the object itself. A property the index still
 // holds is refused wherever its owner went: moved onto an object that is not filed, or left
