@@ -268,9 +268,6 @@ private:
     // Stores the target or placeholder an element URI gives, as setValueFromString does for a
     // text that is no JSON. REQUIRES: m_mutexValue.
     bool setValueFromLocation(ElementLocation& location);
-    // The other side's current target, resolved where it is a reference.
-    // REQUIRES: the other side's m_mutexValue where it is a reference.
-    static XObject* targetOf(const Base::PropertyValue<XObject*>& other);
     // Join and leave the live target's watchers. REQUIRES: m_mutexValue.
     void observe(XObject& target) const;
     void forget(XObject& target) const;

@@ -203,7 +203,9 @@ ElementLocation::ElementLocation(const std::string& uri) : m_uri(&uri) {
 
 void ElementLocation::locate(std::string_view service, std::string_view resource,
                              std::string_view id) {
-    m_id.parse(std::string(id));
+    // Poco::UUID::parse's answer and exception, read the quick way where the text allows.
+    const std::string text(id);
+    if (!Base::PropertyValueUuid::parseText(text, m_id)) throw Poco::SyntaxException(text);
     // DummyObject::typeOf's path, without building its type.
     m_typePath.reserve(service.size() + resource.size() + 3);
     m_typePath.append("/").append(service).append("/").append(resource).append("/");
@@ -337,10 +339,9 @@ void XObjectReference::ValueLock::unlock() {
 class XObjectReference::PairLock {
 public:
     PairLock(const XObjectReference& self, const Base::PropertyValue<XObject*>& other)
-        : m_first(&self.m_mutexValue) {
-        const XObjectReference* reference = asReference(other);
-        if (reference != nullptr && reference != &self) {
-            m_second = &reference->m_mutexValue;
+        : m_first(&self.m_mutexValue), m_other(asReference(other)) {
+        if (m_other != nullptr && m_other != &self) {
+            m_second = &m_other->m_mutexValue;
             if (m_second < m_first) std::swap(m_first, m_second);
         }
         m_first->lock();
@@ -353,9 +354,16 @@ public:
         m_first->unlock();
     }
 
+    // The target `other` (the value the lock was made for) stands for: a reference's live
+    // target, resolving its placeholder if need be, else the plain value.
+    XObject* targetOf(const Base::PropertyValue<XObject*>& other) const {
+        return m_other != nullptr ? m_other->getValuePriv() : other.getValue();
+    }
+
 private:
     ValueLock* m_first;
     ValueLock* m_second = nullptr;
+    const XObjectReference* m_other;  // `other` as a reference, or null
 };
 
 XObjectReference::XObjectReference() : PropertyValueObjectReference<XObject>(nullptr) {}
@@ -522,11 +530,6 @@ bool XObjectReference::resolveLocation(const ElementLocation& location, XObject*
     return askOrLog([&] { return asked->resolveLocation(location, result); });
 }
 
-XObject* XObjectReference::targetOf(const Base::PropertyValue<XObject*>& other) {
-    const XObjectReference* reference = asReference(other);
-    return reference != nullptr ? reference->getValuePriv() : other.getValue();
-}
-
 Poco::Dynamic::Var XObjectReference::getGenericValue() const { return toJSON(-1); }
 
 Poco::Dynamic::Var XObjectReference::toJSON(int depth) const {
@@ -625,7 +628,7 @@ bool XObjectReference::isValidValue(const value_type& target) const {
 bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) const {
     PairLock lock(*this, other);
     const XObject* mine = getValuePriv();
-    const XObject* theirs = targetOf(other);
+    const XObject* theirs = lock.targetOf(other);
     if (mine == theirs) return false;
     if (theirs == nullptr) return true;
     if (mine == nullptr) return false;
@@ -635,7 +638,7 @@ bool XObjectReference::operator<(const Base::PropertyValue<XObject*>& other) con
 bool XObjectReference::operator>(const Base::PropertyValue<XObject*>& other) const {
     PairLock lock(*this, other);
     const XObject* mine = getValuePriv();
-    const XObject* theirs = targetOf(other);
+    const XObject* theirs = lock.targetOf(other);
     if (theirs == nullptr || mine == theirs) return false;
     if (mine == nullptr) return true;
     return *mine > *theirs;
@@ -644,7 +647,7 @@ bool XObjectReference::operator>(const Base::PropertyValue<XObject*>& other) con
 bool XObjectReference::operator==(const Base::PropertyValue<XObject*>& other) const {
     PairLock lock(*this, other);
     const XObject* mine = getValuePriv();
-    const XObject* theirs = targetOf(other);
+    const XObject* theirs = lock.targetOf(other);
     if (mine == theirs) return true;
     if (mine == nullptr || theirs == nullptr) return false;
     return *mine == *theirs;
