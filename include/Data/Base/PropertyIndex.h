@@ -6,6 +6,7 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <typeinfo>
@@ -122,19 +123,26 @@ typedef Poco::SharedPtr<PropertyIndexBase> PropertyIndexBasePtr;
 class PropertyIndexReferenceMap : public std::map<std::string, PropertyIndexBasePtr> {};
 
 /// Orders index keys by their value's typed operator<. For string kinds it also compares with
-/// a plain text, so a range of texts can be looked up without building a value.
-template <class V, bool = std::is_base_of_v<PropertyValue<std::string>, V>>
+/// a plain text, and for URIs with a path, so a range can be looked up without building a value.
+template <class V, bool = std::is_base_of_v<PropertyValue<std::string>, V>,
+          bool = std::is_base_of_v<PropertyValue<Poco::URI>, V>>
 struct PropertyIndexKeyLess {
     /// Whether `a` orders before `b` by V's typed operator<.
-    bool operator()(const V& a, const V& b) const {
-        // URIs order by path whatever their class: compared inline, a descent makes no call
-        // per step.
-        if constexpr (std::is_base_of_v<PropertyValue<Poco::URI>, V>) {
-            return a.orderingPath() < b.orderingPath();
-        } else {
-            return a < b;
-        }
-    }
+    bool operator()(const V& a, const V& b) const { return a < b; }
+};
+
+/// The ordering of URIs: by decoded path, byte-wise, whatever their class, also between a
+/// value and a plain path. Compared inline, a descent makes no call per step.
+template <class V>
+struct PropertyIndexKeyLess<V, false, true> {
+    /// Lets ordered containers look paths up.
+    typedef void is_transparent;
+    /// Whether `a`'s path orders before `b`'s.
+    bool operator()(const V& a, const V& b) const { return a.orderingPath() < b.orderingPath(); }
+    /// Whether `a`'s path orders before the path `b`.
+    bool operator()(const V& a, std::string_view b) const { return a.orderingPath() < b; }
+    /// Whether the path `a` orders before `b`'s path.
+    bool operator()(std::string_view a, const V& b) const { return a < b.orderingPath(); }
 };
 
 /// The ordering of string kinds: by text, byte-wise, also between a value and a plain text.
@@ -142,7 +150,7 @@ struct PropertyIndexKeyLess {
 // The keys are stored by value, so their dynamic type is V: the qualified calls spare the
 // virtual dispatch on the hottest path of every lookup.
 template <class V>
-struct PropertyIndexKeyLess<V, true> {
+struct PropertyIndexKeyLess<V, true, false> {
     /// Lets ordered containers look plain texts up.
     typedef void is_transparent;
     /// Whether `a`'s text orders before `b`'s.
@@ -454,10 +462,11 @@ private:
     void onChanged(Filing& filing, ValueChangedEventPayload& payload);
 
     value_map m_index;
-    // The values filed more than once, for LISTS_SHARED kinds. A value that many entries share is filed by a descent
-    // through these few keys and an insertion just before its bound, instead of a descent
-    // through all the entries; a value filed once costs nothing here. A value is listed from
-    // its second entry until it has none, so a value that is not listed has at most one.
+    // The values filed more than once, for LISTS_SHARED kinds. A value that many entries share
+    // is filed by a descent through these few keys and an insertion just before its bound,
+    // instead of a descent through all the entries; a value filed once costs nothing here. A
+    // value is listed from its second entry until it has none, so a value that is not listed
+    // has at most one.
     std::map<map_key, Shared, map_less> m_shared;
     // Values with the checks of the filed ones, for PROTOTYPED kinds; unused slots are listed
     // free.
@@ -931,6 +940,14 @@ std::vector<Object*> PropertyIndex<TProperty>::find(const std::string& text) con
         key_type prototype(Poco::UUID::null());
         if (!prototype.setValueFromString(text)) return {};
         return find(prototype);
+    } else if constexpr (std::is_base_of_v<PropertyValue<Poco::URI>, key_type>) {
+        // Read and checked as setValueFromString would (its log line included), then looked
+        // up by the path that orders URIs: storing the text would read it twice more.
+        const key_type& prototype = m_index.begin()->first;
+        Poco::URI parsed;
+        if (!prototype.parseString(text, parsed) || !prototype.isValidValue(parsed)) return {};
+        const auto range = m_index.equal_range(std::string_view(parsed.getPath()));
+        return owners(range.first, range.second);
     } else {
         key_type prototype(m_index.begin()->first);
         if (!prototype.setValueFromString(text)) return {};
