@@ -168,6 +168,44 @@ TEST(PropertyIndex, PlainKeyedKindsReadTextsWithTheFiledChecks) {
     EXPECT_EQ((std::vector<std::string>{"a", "b"}), names(ids->get())) << "re-filed by value";
 }
 
+// A text is read as a URI and found by the path that orders URIs; what does not read is
+// refused with the value's own log line.
+TEST(PropertyIndex, UriTextsAreFoundByTheirPath) {
+    TestObject a("a"), b("b"), c("c");
+    PropertyUri uriA("uri", &a, PropertyValueUri("/svc/a"));
+    PropertyUri uriB("uri", &b, PropertyValueUri("http://host/svc/b"));
+    PropertyUri uriC("uri", &c, PropertyValueUri("/svc/x%20y"));
+    PropertyIndex<PropertyUri> index("uri");
+    for (PropertyUri* uri : {&uriA, &uriB, &uriC}) {
+        uri->getParent()->registerProperty("uri", uri);
+        ASSERT_TRUE(index.insert(uri));
+    }
+    const struct {
+        std::string text;
+        std::vector<std::string> found;
+    } rows[] = {
+        {"/svc/a", {"a"}},
+        {"https://elsewhere/svc/a", {"a"}},  // the same path
+        {"/svc/b", {"b"}},
+        {"/svc/x y", {"c"}},
+        {"/svc/x%20y", {"c"}},
+        {"svc/a", {}},
+        {"", {}},
+    };
+    ScopedLogCapture capture(Poco::Message::PRIO_TRACE);
+    for (const auto& row : rows) EXPECT_EQ(row.found, names(index.find(row.text))) << row.text;
+    EXPECT_TRUE(capture.texts().empty());
+    std::string reason;
+    try {
+        Poco::URI rejected("http://host:abc/x");
+    } catch (const Poco::SyntaxException& error) {
+        reason = error.displayText();
+    }
+    EXPECT_TRUE(index.find(std::string("http://host:abc/x")).empty());
+    EXPECT_EQ(std::vector<std::string>{"Error: Failed to parse value for PropertyValueUri: " + reason},
+              capture.texts());
+}
+
 TEST(PropertyIndex, EveryIndexableKindMakesItsIndex) {
     TestObject owner;
     PropertyBoolean flag("flag", &owner, PropertyValueBoolean(true));
