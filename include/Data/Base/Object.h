@@ -51,10 +51,12 @@ struct PropertyEventPayload {
     /// itself.
     PropertyEventPayload(PropertyBase* source, Event event, const PropertyValueBase& previous)
         : m_source(source), m_event(event), m_pendingPrevious(&previous) {}
+    /// A copy of `other` that holds the previous value's generic form itself.
     PropertyEventPayload(const PropertyEventPayload& other)
         : m_source(other.m_source),
           m_event(other.m_event),
           m_previousValue(other.getPreviousValue()) {}
+    /// Takes `other`'s source, event and previous value, the latter in generic form.
     PropertyEventPayload& operator=(const PropertyEventPayload& other);
     ~PropertyEventPayload() = default;
 
